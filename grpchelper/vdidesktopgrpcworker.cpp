@@ -1,0 +1,188 @@
+// The worker's connection frame: channels and stubs, call contexts, cancellation and the probe.
+#include "vdidesktopgrpcworker.h"
+
+#include <QFile>
+#include <QMetaEnum>
+#include <QNetworkProxy>
+#include <QSslCertificate>
+#include <QTcpSocket>
+#include <QThread>
+
+#include "basesettings.h"
+#include "vdidesktopgrpchelper.h"
+#include "vdilog.h"
+
+namespace {
+const char* const kGatewayTokenKey = "gatewayaccesstoken";
+const QString kClientLanguageKey = QStringLiteral("client-language");
+} // namespace
+
+VdiDesktopGrpcWorker::VdiDesktopGrpcWorker(QObject* parent)
+    : QObject(parent)
+{
+    connect(this, SIGNAL(signalGrpcErrorUnavailable()), this, SLOT(slotGrpcErrorUnavailable()));
+}
+
+VdiDesktopGrpcWorker::~VdiDesktopGrpcWorker()
+{
+    VDI_INFO << "VdiDesktopGrpcWorker::~VdiDesktopGrpcWorker";
+    if (m_heartTimerId != -1) {
+        killTimer(m_heartTimerId);
+        m_heartTimerId = -1;
+    }
+    stub.reset();
+    stubGateway.reset();
+    stubCommon.reset();
+    stubUpload.reset();
+}
+
+void VdiDesktopGrpcWorker::initServerType(int serverType)
+{
+    m_serverType = serverType;
+}
+
+void VdiDesktopGrpcWorker::setTimeout(int seconds)
+{
+    m_timeoutSeconds = seconds;
+}
+
+template <class Service>
+bool VdiDesktopGrpcWorker::rebuildStub(std::shared_ptr<typename Service::Stub>& slot,
+                                       const char* caller, const char* readyText,
+                                       const char* failureText)
+{
+    if (slot)
+        slot.reset();
+    VDI_LOG_IN(qDebug, caller) << readyText << m_target;
+    auto channel = grpc::CreateCustomChannel(m_target.toStdString(), grpc::SslCredentials(m_sslOptions),
+                                             m_channelArgs);
+    slot = std::shared_ptr<typename Service::Stub>(Service::NewStub(channel));
+    if (!slot) {
+        VDI_LOG_IN(qCritical, caller) << failureText << m_target;
+        return false;
+    }
+    return true;
+}
+
+void VdiDesktopGrpcWorker::initConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish)
+{
+    m_pemFile = pemFile;
+
+    QFile file(pemFile);
+    if (!file.open(QIODevice::ReadOnly)) {
+        VDI_CRITICAL << pemFile << " pem file could not open.";
+        return;
+    }
+    const QByteArray contents = file.readAll();
+    file.close();
+    // The text ends at the first NUL byte, as a C string would.
+    const int nul = contents.indexOf('\0');
+    m_sslOptions.pem_root_certs.clear();
+    m_sslOptions.pem_root_certs.append(contents.constData(), nul < 0 ? contents.size() : nul);
+    m_sslOptions.pem_private_key.clear();
+    m_sslOptions.pem_cert_chain.clear();
+
+    QString subjectName;
+    const QList<QSslCertificate> certificates =
+        QSslCertificate::fromPath(pemFile, QSsl::Pem, QSslCertificate::PatternSyntax::Wildcard);
+    for (const QSslCertificate& certificate : certificates) {
+        subjectName = certificate.subjectDisplayName();
+        if (!subjectName.isEmpty())
+            break;
+    }
+    if (subjectName.isEmpty()) {
+        VDI_CRITICAL << "fail to get ssl certificate infomation for SimpleRPC, subject name is null. Pem file is :"
+                     << pemFile;
+        return;
+    }
+
+    m_host = serverIP;
+    m_port = port;
+    m_channelArgs.SetSslTargetNameOverride(subjectName.toStdString());
+    m_target = serverIP + QLatin1Char(':') + QString::number(port);
+    VDI_DEBUG << "target " << m_target << ", type = "
+              << QMetaEnum::fromType<BaseSettings::ServerType>().valueToKey(m_serverType);
+
+    if (!rebuildStub<client::ClientCore>(stub, __FUNCTION__, "ready to create new stub for stub, info = ", "Failed to create new stub for stub, info = "))
+        return;
+    if (!rebuildStub<common::CommonCore>(stubCommon, __FUNCTION__, "ready to create new stub for stubCommon, info = ",
+                                         "Failed to create new stub for stubCommon, info = "))
+        return;
+    if (m_serverType == BaseSettings::Gateway)
+        initGateway();
+
+    m_isEnglish = isEnglish;
+    m_language = isEnglish ? QStringLiteral("en") : QStringLiteral("zh");
+    VDI_DEBUG << " grpcheader language: " << m_language;
+}
+
+void VdiDesktopGrpcWorker::initGateway()
+{
+    if (!rebuildStub<gateway::GatewayCore>(stubGateway, __FUNCTION__, "ready to create new stub for stubGateway, info = ",
+                                           "Failed to create stub for stubGateway, info = "))
+        return;
+    getGatewayAuthInfo(m_gatewayUser, m_gatewayPasswd);
+    m_gatewayToken = getGatewayToken().toStdString();
+    rebuildStub<client::ClientCore>(stubUpload, __FUNCTION__, "ready to create new stub for stubUpload, info = ",
+                                    "Failed to create new stub for stubUpload, info = ");
+}
+
+void VdiDesktopGrpcWorker::slotGrpcErrorUnavailable()
+{
+    VDI_INFO << " UNAVAILABLE";
+    initConnection(m_pemFile, m_host, m_port, m_isEnglish);
+}
+
+void VdiDesktopGrpcWorker::buildClientContext(grpc::ClientContext* context)
+{
+    gpr_timespec span;
+    span.tv_sec = m_timeoutSeconds;
+    span.tv_nsec = 0;
+    span.clock_type = GPR_TIMESPAN;
+    context->set_deadline(span);
+    if (m_gatewayToken.empty())
+        m_gatewayToken = getGatewayToken().toStdString();
+    context->AddMetadata(kGatewayTokenKey, m_gatewayToken);
+    context->AddMetadata(kClientLanguageKey.toStdString(), m_language.toStdString());
+}
+
+std::shared_ptr<grpc::ClientContext> VdiDesktopGrpcWorker::newCallContext()
+{
+    auto context = std::make_shared<grpc::ClientContext>();
+    m_currentContext = context;
+    return context;
+}
+
+void VdiDesktopGrpcWorker::statusCodeToErrorData(const grpc::Status& status, tagErrorData& errorData)
+{
+    if (QThread::currentThread()->isInterruptionRequested()) {
+        VDI_DEBUG << "isInterruptionRequested";
+        return;
+    }
+    VDI_INFO << "checked grpc server was unavailable, restart now!";
+    emit signalGrpcErrorUnavailable();
+    VdiDesktopGrpcHelper::toErrorData(status, errorData);
+}
+
+bool VdiDesktopGrpcWorker::tryConnetRemoteHost()
+{
+    QTcpSocket socket;
+    socket.setProxy(QNetworkProxy::NoProxy);
+    socket.connectToHost(m_host, m_port, QIODevice::ReadWrite, QAbstractSocket::IPv4Protocol);
+    const bool connected = socket.waitForConnected(200);
+    if (connected)
+        VDI_INFO << "seccess to connect remote host: " << m_host;
+    socket.disconnect();
+    socket.close();
+    return connected;
+}
+
+void VdiDesktopGrpcWorker::stop()
+{
+    VDI_DEBUG << "VdiDesktopGrpcWorker::stop";
+    QObject::disconnect(this, nullptr, nullptr, nullptr);
+    if (std::shared_ptr<grpc::ClientContext> context = m_currentContext.lock()) {
+        VDI_DEBUG << "VdiDesktopGrpcWorker::stop try cancel";
+        context->TryCancel();
+    }
+}
