@@ -1,0 +1,85 @@
+#pragma once
+
+// Data-driven answers for the fake server: a scenario maps a method path to the reply it
+// returns, written in protobuf text format. The reply's message type is the method's
+// output type in the generated descriptor pool.
+
+#include "fakeserver.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <grpcpp/support/status.h>
+
+#include <map>
+#include <utility>
+#include <string>
+
+namespace google {
+namespace protobuf {
+class MethodDescriptor;
+} // namespace protobuf
+} // namespace google
+
+namespace vdifake {
+
+struct ScenarioEntry {
+    std::string replyText;  // the reply in text format ("useGateway: 1"); empty: all defaults
+    grpc::StatusCode code = grpc::StatusCode::OK;  // non-OK: answer with this status instead
+    std::string message;                           // its status message
+    int delayMs = 0;                               // hold the call this long first
+    std::string origin;                            // where it was written, for error messages
+
+    ScenarioEntry() = default;
+    // Implicit, so that tables can read {"/common.CommonCore/isUseGateway", "useGateway: 0"}.
+    ScenarioEntry(const char* text) : replyText(text) {}
+    ScenarioEntry(std::string text) : replyText(std::move(text)) {}
+};
+
+// Method path ("/client.ClientCore/Login") -> its answer.
+using Scenario = std::map<std::string, ScenarioEntry>;
+
+// The method a path names in the generated descriptor pool, or null.
+const google::protobuf::MethodDescriptor* findMethod(const std::string& path);
+
+// The modes defaultScenario() knows: "controller", "gateway".
+QStringList scenarioModes();
+
+// The simulator's standing answers for a mode: "controller" (a controller reached
+// directly, no gateway in use) or "gateway" (the deployment uses an access gateway).
+// An unknown mode gives an empty scenario.
+Scenario defaultScenario(const QString& mode);
+
+// Copies every entry of `overrides` into `base`, replacing entries of the same method.
+void mergeScenario(Scenario* base, const Scenario& overrides);
+
+// Checks the whole scenario, then sets every entry as the method's standing script. An
+// unknown method or a reply text that does not parse as the method's reply type is an
+// error naming the method; then nothing is applied.
+bool applyScenario(FakeServer& server, const Scenario& scenario, QString* error);
+
+// Scenario files: blocks separated by blank lines.
+//
+//   # Lines starting with '#' outside a block are comments.
+//   method /client.ClientCore/Login
+//   delay 200
+//   domain: "vdi.example"
+//   pool_list { id: 7 name: "Office" }
+//
+//   method /gateway.GatewayCore/LoginGateway
+//   status UNAVAILABLE the gateway is down
+//
+// A block starts with "method <path>" and ends at a blank line or the end of the file.
+// Within it, "status <CODE> [message...]" (a grpc status name such as UNAVAILABLE, or
+// its number) and "delay <milliseconds>" set the status and the delay; every other line
+// belongs to the reply, in protobuf text format ('#' comments allowed). A directive never
+// has ':', '{' or '<' after its keyword, which tells it from a reply field of the same
+// name.
+bool parseScenarioText(const QString& text, const QString& sourceName, Scenario* scenario, QString* error);
+bool loadScenarioFile(const QString& path, Scenario* scenario, QString* error);
+
+// "UNAVAILABLE" or "14" -> the code; false when it names none.
+bool statusCodeFromString(const QString& text, grpc::StatusCode* code);
+QString statusCodeName(grpc::StatusCode code);
+
+} // namespace vdifake

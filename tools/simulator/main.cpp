@@ -1,0 +1,175 @@
+// vdi-simulator: a fake virtual-desktop controller / access gateway on 127.0.0.1 for
+// developing applications against libvdidesktopgrpc without a real deployment.
+//
+// On start it prints, on stdout, one per line:
+//   port <number>
+//   pem <path of the server certificate to trust>
+//   common-name <name to use as the TLS target name>
+//   ready
+// then logs every call it serves on stderr, until SIGINT or SIGTERM (or, with
+// --until-stdin-closes, until its standard input closes).
+
+#include "fakeserver.h"
+#include "scenario.h"
+
+#include <QCommandLineOption>
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QTemporaryDir>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <thread>
+
+#include <cerrno>
+#include <pthread.h>
+#include <unistd.h>
+
+namespace {
+
+void printLine(const QString& line)
+{
+    std::fputs(line.toLocal8Bit().constData(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+void logLine(const QString& line)
+{
+    // One write per line, so that lines from the server's threads do not interleave.
+    const QByteArray bytes = (QStringLiteral("vdi-simulator: ") + line + QLatin1Char('\n')).toLocal8Bit();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
+    std::fflush(stderr);
+}
+
+void logCall(const vdifake::RecordedCall& call)
+{
+    QString line = QStringLiteral("%1 %2").arg(QString::fromStdString(call.method),
+                                               vdifake::statusCodeName(call.status));
+    if (!call.statusMessage.empty())
+        line += QStringLiteral(" (%1)").arg(QString::fromStdString(call.statusMessage));
+    if (call.cancelled)
+        line += QStringLiteral(" [cancelled by the client]");
+    if (call.requests.size() != 1)
+        line += QStringLiteral(" [%1 request messages]").arg(call.requests.size());
+    logLine(line);
+}
+
+std::atomic<bool> stdinClosed{false};
+
+// Reads standard input until it closes, then asks the main thread to stop.
+void watchStdin()
+{
+    char buffer[4096];
+    for (;;) {
+        const ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        if (n > 0 || (n < 0 && errno == EINTR))
+            continue;
+        break;
+    }
+    stdinClosed = true;
+    ::kill(::getpid(), SIGTERM);
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    // Stop signals are taken by sigwait() in the main thread only: block them before any
+    // thread starts, so that every thread inherits the mask.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vdi-simulator"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Fake virtual-desktop controller and access gateway on 127.0.0.1 (TLS).\n"
+        "Prints \"port N\", \"pem PATH\", \"common-name NAME\" and \"ready\" on stdout,\n"
+        "logs each call on stderr, and runs until SIGINT/SIGTERM."));
+    parser.addHelpOption();
+    const QCommandLineOption modeOption(QStringLiteral("mode"),
+        QStringLiteral("Default answers: controller (no gateway in use) or gateway."),
+        QStringLiteral("controller|gateway"), QStringLiteral("controller"));
+    const QCommandLineOption scenarioOption(QStringLiteral("scenario"),
+        QStringLiteral("Scenario file whose answers replace the defaults."), QStringLiteral("FILE"));
+    const QCommandLineOption certDirOption(QStringLiteral("cert-dir"),
+        QStringLiteral("Directory for the certificate and key (default: a new temporary one,"
+                       " removed on exit)."),
+        QStringLiteral("DIR"));
+    const QCommandLineOption commonNameOption(QStringLiteral("common-name"),
+        QStringLiteral("Common name of the server certificate (may be empty)."), QStringLiteral("NAME"));
+    const QCommandLineOption stdinOption(QStringLiteral("until-stdin-closes"),
+        QStringLiteral("Also stop when standard input closes."));
+    parser.addOptions({modeOption, scenarioOption, certDirOption, commonNameOption, stdinOption});
+    parser.process(app);
+
+    const QString mode = parser.value(modeOption);
+    if (!vdifake::scenarioModes().contains(mode)) {
+        logLine(QStringLiteral("unknown mode \"%1\" (use %2)")
+                    .arg(mode, vdifake::scenarioModes().join(QLatin1Char('|'))));
+        return 2;
+    }
+    vdifake::Scenario scenario = vdifake::defaultScenario(mode);
+    if (parser.isSet(scenarioOption)) {
+        QString error;
+        if (!vdifake::loadScenarioFile(parser.value(scenarioOption), &scenario, &error)) {
+            logLine(error);
+            return 2;
+        }
+    }
+
+    std::unique_ptr<QTemporaryDir> temporaryDir;
+    vdifake::FakeServer::Options options;
+    if (parser.isSet(certDirOption)) {
+        options.certDir = parser.value(certDirOption);
+    } else {
+        temporaryDir.reset(new QTemporaryDir);
+        if (!temporaryDir->isValid()) {
+            logLine(QStringLiteral("cannot create a temporary directory"));
+            return 1;
+        }
+        options.certDir = temporaryDir->path();
+    }
+    if (parser.isSet(commonNameOption))
+        options.commonName = parser.value(commonNameOption);
+
+    int exitCode = 0;
+    {
+        vdifake::FakeServer server(options);
+        if (!server.isRunning()) {
+            logLine(QStringLiteral("the server could not start"));
+            return 1;
+        }
+        QString error;
+        if (!vdifake::applyScenario(server, scenario, &error)) {
+            logLine(error);
+            return 2;
+        }
+        server.setCallObserver(logCall);
+
+        printLine(QStringLiteral("port %1").arg(server.port()));
+        printLine(QStringLiteral("pem %1").arg(server.pemPath()));
+        printLine(QStringLiteral("common-name %1").arg(server.commonName()));
+        printLine(QStringLiteral("ready"));
+        logLine(QStringLiteral("serving %1 mode on 127.0.0.1:%2").arg(mode).arg(server.port()));
+
+        if (parser.isSet(stdinOption))
+            std::thread(watchStdin).detach();
+
+        int caught = 0;
+        if (sigwait(&stopSignals, &caught) != 0)
+            exitCode = 1;
+        logLine(QStringLiteral("stopping (%1)")
+                    .arg(stdinClosed ? QStringLiteral("standard input closed")
+                                     : caught == SIGINT ? QStringLiteral("SIGINT") : QStringLiteral("SIGTERM")));
+    }
+    logLine(QStringLiteral("stopped"));
+    return exitCode;
+}
