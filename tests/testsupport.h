@@ -1,0 +1,155 @@
+// Shared pieces of the test suite: an isolated home folder, log capture and white-box probes
+// of the facade and the worker.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "fakeserver.h"
+#include "vdidesktopgrpcthread.h"
+#include "vdidesktopgrpcworker.h"
+
+namespace vditest {
+
+// Points HOME and the XDG folders at a fresh temporary folder for the whole test binary, so
+// that no test touches the real Documents folder or settings. Call before QCoreApplication.
+void isolateHome();
+QString homePath();
+// "<home>/Documents", created.
+QString makeDocumentsDir();
+
+// Collects every log line of every thread while alive.
+class LogCapture
+{
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    QList<QPair<QtMsgType, QString>> lines() const;
+    // Lines of this level (any level for -1) that contain the text.
+    int count(const QString& text, int type = -1) const;
+    bool contains(const QString& text, int type = -1) const { return count(text, type) > 0; }
+    void clear();
+    QString dump() const;
+};
+
+// A fake controller on 127.0.0.1 with a certificate made for this test in a folder of its own;
+// the certificate's subject is not the host name.
+class TestServer
+{
+public:
+    TestServer();
+    vdifake::FakeServer* operator->() const { return m_server.get(); }
+    vdifake::FakeServer& operator*() const { return *m_server; }
+    QString pemPath() const { return m_server->pemPath(); }
+    ushort port() const { return ushort(m_server->port()); }
+    QString dir() const { return m_dir.path(); }
+    // initConnection of the worker (on the calling thread) or of the facade.
+    void connect(VdiDesktopGrpcWorker& worker, bool isEnglish = false) const;
+    void connect(VdiDesktopGrpcThread& facade, bool isEnglish = false) const;
+
+private:
+    QTemporaryDir m_dir;
+    std::unique_ptr<vdifake::FakeServer> m_server;
+};
+
+// A loopback port on which nobody listens.
+ushort unusedPort();
+
+} // namespace vditest
+
+// Reads and drives private state of the worker for tests that must look behind the facade.
+class VdiWorkerProbe
+{
+public:
+    explicit VdiWorkerProbe(VdiDesktopGrpcWorker& worker) : w(worker) {}
+
+    QString host() const { return w.m_host; }
+    ushort port() const { return w.m_port; }
+    QString pemFile() const { return w.m_pemFile; }
+    QString target() const { return w.m_target; }
+    QString language() const { return w.m_language; }
+    int serverType() const { return w.m_serverType; }
+    int timeoutSeconds() const { return w.m_timeoutSeconds; }
+    std::string rootCertificates() const { return w.m_sslOptions.pem_root_certs; }
+    // The latest target name override: the arguments are kept across connections, and the
+    // channel takes the last value of a key.
+    std::string targetNameOverride() const
+    {
+        grpc_channel_args args;
+        w.m_channelArgs.SetChannelArgs(&args);
+        std::string name;
+        for (size_t i = 0; i < args.num_args; ++i) {
+            if (std::string(args.args[i].key) == GRPC_SSL_TARGET_NAME_OVERRIDE_ARG)
+                name = args.args[i].value.string;
+        }
+        return name;
+    }
+    int targetNameOverrideCount() const
+    {
+        grpc_channel_args args;
+        w.m_channelArgs.SetChannelArgs(&args);
+        int count = 0;
+        for (size_t i = 0; i < args.num_args; ++i)
+            count += std::string(args.args[i].key) == GRPC_SSL_TARGET_NAME_OVERRIDE_ARG;
+        return count;
+    }
+    std::string gatewayToken() const { return w.m_gatewayToken; }
+    QString gatewayUser() const { return w.m_gatewayUser; }
+    QString gatewayPasswd() const { return w.m_gatewayPasswd; }
+    void setGatewayCredentials(const std::string& token, const QString& user, const QString& password)
+    {
+        w.m_gatewayToken = token;
+        w.m_gatewayUser = user;
+        w.m_gatewayPasswd = password;
+    }
+
+    std::shared_ptr<client::ClientCore::Stub> stub() const { return w.stub; }
+    std::shared_ptr<common::CommonCore::Stub> stubCommon() const { return w.stubCommon; }
+    std::shared_ptr<gateway::GatewayCore::Stub> stubGateway() const { return w.stubGateway; }
+    std::shared_ptr<client::ClientCore::Stub> stubUpload() const { return w.stubUpload; }
+
+    int heartTimerId() const { return w.m_heartTimerId; }
+    int serverTypeRetryDelay() const { return w.m_serverTypeRetryDelay; }
+    int deviceConfigRetryDelay() const { return w.m_deviceConfigRetryDelay; }
+    const tagHeartbeatRequest& heartbeatRequest() const { return w.m_heartbeatRequest; }
+
+    std::shared_ptr<grpc::ClientContext> newCallContext() { return w.newCallContext(); }
+    bool hasCurrentContext() const { return !w.m_currentContext.expired(); }
+
+private:
+    VdiDesktopGrpcWorker& w;
+};
+
+class VdiThreadProbe
+{
+public:
+    explicit VdiThreadProbe(VdiDesktopGrpcThread& facade) : f(facade) {}
+    const tagBaseInfo& baseInfo() const { return f.m_baseInfo; }
+    const tagExtendInfo& extendInfo() const { return f.m_extendInfo; }
+    VdiDesktopGrpcWorker* worker() const { return f.m_worker; }
+    QThread& thread() const { return f.m_thread; }
+
+private:
+    VdiDesktopGrpcThread& f;
+};
+
+// QTEST_GUILESS_MAIN with an isolated home folder.
+#define VDI_TEST_MAIN(TestObject)                                                                  \
+    int main(int argc, char* argv[])                                                               \
+    {                                                                                              \
+        vditest::isolateHome();                                                                    \
+        QCoreApplication app(argc, argv);                                                          \
+        app.setAttribute(Qt::AA_Use96Dpi, true);                                                   \
+        TestObject tc;                                                                             \
+        QTEST_SET_MAIN_SOURCE_PATH                                                                 \
+        return QTest::qExec(&tc, argc, argv);                                                      \
+    }
