@@ -1,1 +1,193 @@
+// Device utilities: which local interface reaches the server, what the terminal runs on, and
+// the two commands that restart or switch it off.
 #include "utility.h"
+
+#include <QHostAddress>
+#include <QNetworkAddressEntry>
+#include <QNetworkInterface>
+#include <QNetworkProxy>
+#include <QProcess>
+#include <QStringList>
+#include <QSysInfo>
+#include <QTcpSocket>
+#include <QUuid>
+
+#include "vdilog.h"
+
+namespace {
+const int kConnectTimeoutMs = 2000;
+const int kShellTimeoutMs = 30000;
+
+const char* const kArchCommand = "arch";
+const char* const kPineletVersionCommand =
+    "sudo dpkg --admindir=/userdata/var/lib/dpkg -s pinelet | grep Description | awk '{print $2}'";
+const char* const kRestartCommand = "sudo shutdown -r now";
+const char* const kShutdownCommand = "sudo shutdown -h now";
+
+// Standard output of `sh -c command`, trimmed, up to its first NUL byte. A command that fails,
+// hangs past the limit or prints nothing gives empty text.
+QString shellOutput(const QString& command)
+{
+    QProcess process;
+    process.start(QStringLiteral("sh"), QStringList{QStringLiteral("-c"), command}, QIODevice::ReadWrite);
+    process.waitForFinished(kShellTimeoutMs);
+    const QByteArray output = process.readAllStandardOutput().trimmed();
+    return output.isNull() ? QString() : QString::fromUtf8(output.constData());
+}
+
+// Runs a command line and waits for it; its outcome is of no interest.
+void execute(const QString& commandLine)
+{
+    QStringList arguments = QProcess::splitCommand(commandLine);
+    if (arguments.isEmpty())
+        return;
+    const QString program = arguments.takeFirst();
+    QProcess::execute(program, arguments);
+}
+} // namespace
+
+Utility::Utility(QObject* parent)
+    : QObject(parent)
+{
+}
+
+Utility::~Utility() = default;
+
+QList<tagLocalNetworkInfo> Utility::getLocalNetworkIPV4Infos() const
+{
+    QList<tagLocalNetworkInfo> candidates;
+    const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
+    for (const QNetworkInterface& networkInterface : interfaces) {
+        const QNetworkInterface::InterfaceFlags flags = networkInterface.flags();
+        if (!flags.testFlag(QNetworkInterface::IsUp))
+            continue;
+        if (!flags.testFlag(QNetworkInterface::IsRunning))
+            continue;
+        // Loopback interfaces are not skipped by kind: their addresses fall to the tests below.
+        const QList<QNetworkAddressEntry> entries = networkInterface.addressEntries();
+        for (const QNetworkAddressEntry& entry : entries) {
+            const QHostAddress address = entry.ip();
+            if (address == QHostAddress::LocalHost)
+                continue;
+            if (address == QHostAddress::LocalHostIPv6)
+                continue;
+            if (address.toIPv4Address() == 0)  // IPv6 and 0.0.0.0
+                continue;
+            const QString text = address.toString();
+            if (text.startsWith(QLatin1String("169.254")))
+                continue;
+            if (text.contains(QLatin1String("127.0.0.1")))
+                continue;
+
+            tagLocalNetworkInfo info;
+            info.mac = networkInterface.hardwareAddress();
+            info.ip = text;
+            VDI_LOG_IN(qInfo, "print") << "ip: " << info.ip << " mac: " << info.mac;
+            candidates.append(info);
+        }
+    }
+    return candidates;
+}
+
+bool Utility::connectedServer(const QString& host, unsigned short port, const tagLocalNetworkInfo& info)
+{
+    QTcpSocket socket;
+    // An application proxy must not decide whether this address reaches the server.
+    socket.setProxy(QNetworkProxy::NoProxy);
+
+    // A failed bind does not end the test: the connection is tried all the same.
+    const bool bound = socket.bind(QHostAddress(info.ip), 0, QAbstractSocket::DefaultForPlatform);
+    VDI_DEBUG << QStringLiteral("bind local ip: %1, mac: %2, status: ").arg(info.ip, info.mac) << bound;
+
+    socket.connectToHost(host, port, QIODevice::ReadWrite, QAbstractSocket::AnyIPProtocol);
+    const bool connected = socket.waitForConnected(kConnectTimeoutMs);
+    if (connected)
+        QObject::disconnect(&socket, nullptr, nullptr, nullptr);
+    socket.close();
+    return connected;
+}
+
+void Utility::reviseMAC(tagLocalNetworkInfo& info)
+{
+    if (!info.mac.isEmpty()) {
+        VDI_DEBUG << "no need revise, the device mac: " << info.mac;
+        return;
+    }
+    // A new value on every call, on purpose: nothing is cached.
+    info.mac = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    VDI_DEBUG << "need revise and the device mac: " << info.mac;
+}
+
+bool Utility::getDeviceNetworkInfo(const QString& host, unsigned short port, tagLocalNetworkInfo& info)
+{
+    const QList<tagLocalNetworkInfo> candidates = getLocalNetworkIPV4Infos();
+    for (const tagLocalNetworkInfo& candidate : candidates) {
+        if (connectedServer(host, port, candidate)) {
+            info.ip = candidate.ip;
+            info.mac = candidate.mac;
+            reviseMAC(info);
+            return true;
+        }
+    }
+    if (candidates.isEmpty())
+        return false;
+
+    // Nothing reached the server: the first candidate stands in all the same.
+    info.ip = candidates.first().ip;
+    info.mac = candidates.first().mac;
+    reviseMAC(info);
+    return true;
+}
+
+QString Utility::getCpuArch()
+{
+    const QString output = shellOutput(QLatin1String(kArchCommand));
+    if (output.contains(QLatin1String("arm"), Qt::CaseInsensitive))
+        return QStringLiteral("armhf");
+    return QStringLiteral("arm64");
+}
+
+bool Utility::isArm()
+{
+    return QSysInfo::currentCpuArchitecture().contains(QLatin1String("arm"));
+}
+
+bool Utility::isMips()
+{
+    return QSysInfo::currentCpuArchitecture().contains(QLatin1String("mips"));
+}
+
+QString Utility::getPineletVersionForLinux()
+{
+    return shellOutput(QLatin1String(kPineletVersionCommand));
+}
+
+QString Utility::getPineletCurrentVersion()
+{
+    return getPineletVersionForLinux();
+}
+
+int Utility::parseDeviceType(const QString& text)
+{
+    Q_UNUSED(text)
+    return -1;
+}
+
+QString Utility::sizeString(long long size) const
+{
+    if (size > 10485760)
+        return QString::number(size >> 20) + QLatin1Char('M');
+    if (size > 10240)
+        return QString::number(size >> 10) + QLatin1Char('K');
+    return QString::number(size);
+}
+
+void Utility::restartDevice()
+{
+    execute(QLatin1String(kRestartCommand));
+}
+
+void Utility::shutdownDevice()
+{
+    execute(QLatin1String(kShutdownCommand));
+}

@@ -1,0 +1,320 @@
+// Device utilities against loopback and against fake shell tools. The fakes sit first on PATH,
+// so no test ever reaches a real sudo, shutdown, dpkg or arch.
+#include "testsupport.h"
+
+#include <algorithm>
+
+#include <QFile>
+#include <QNetworkInterface>
+#include <QNetworkProxy>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QUuid>
+
+#include "utility.h"
+
+namespace {
+const char* const kArchOutput = "VDI_FAKE_ARCH_OUTPUT";
+const char* const kDpkgSilent = "VDI_FAKE_DPKG_SILENT";
+const QStringList kFakes{"sudo", "shutdown", "dpkg", "arch"};
+
+bool isUuidText(const QString& text)
+{
+    return text.size() == 36 && !text.startsWith('{') && !QUuid::fromString(text).isNull();
+}
+
+quint16 closedPort()
+{
+    QTcpServer server;
+    return server.listen(QHostAddress::LocalHost) ? server.serverPort() : 0;
+}
+} // namespace
+
+class TestUtility : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init();
+    void connectedServer_data();
+    void connectedServer();
+    void reviseMac();
+    void candidatesAreRoutableIPv4();
+    void deviceNetworkInfo_data();
+    void deviceNetworkInfo();
+    void sizeString_data();
+    void sizeString();
+    void cpuArch_data();
+    void cpuArch();
+    void pineletVersion_data();
+    void pineletVersion();
+    void deviceTypeIsUnknown();
+    void deviceControl_data();
+    void deviceControl();
+
+private:
+    // Arguments of each call a fake received.
+    QStringList calls(const QString& fake) const
+    {
+        QFile file(m_fakes.filePath(fake + ".args"));
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        QStringList lines = QString::fromUtf8(file.readAll()).split('\n');
+        lines.removeLast();  // after the last newline
+        return lines;
+    }
+    // Whether `sh` finds each of the tools among the fakes.
+    bool resolvesToFakes(const QStringList& tools) const
+    {
+        QStringList commands, expected;
+        for (const QString& tool : tools) {  // dash's `command -v` answers for one operand only
+            commands << "command -v " + tool;
+            expected << m_fakes.filePath(tool);
+        }
+        QProcess sh;
+        sh.start("sh", {"-c", commands.join("; ")});
+        sh.waitForFinished(5000);
+        return QString::fromUtf8(sh.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts) == expected;
+    }
+
+    QTemporaryDir m_fakes;
+};
+
+void TestUtility::initTestCase()
+{
+    const QString dir = m_fakes.path();
+    QVERIFY(m_fakes.isValid() && !dir.contains('\'') && !dir.contains(':'));
+    // Each fake records its arguments; sudo then runs the fake of shutdown or dpkg, nothing else.
+    const QString bodies[] = {
+        QString("case \"$1\" in shutdown|dpkg) t=\"$1\"; shift; exec '%1/'\"$t\" \"$@\" ;; esac\n").arg(dir),
+        QString(),
+        // The Version line differs from the word of the Description line on purpose.
+        QString("[ -n \"$%1\" ] || printf 'Package: pinelet\\nVersion: 9.9.9\\n"
+                "Description: 3.2.1-build7 pinelet agent\\n'\n").arg(kDpkgSilent),
+        QString("printf '%s\\n' \"$%1\"\n").arg(kArchOutput),
+    };
+    for (int i = 0; i < kFakes.size(); ++i) {
+        QFile file(m_fakes.filePath(kFakes[i]));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QString("#!/bin/sh\nprintf '%s\\n' \"$*\" >> '%1.args'\n%2exit 0\n")
+                       .arg(file.fileName(), bodies[i]).toUtf8());
+        file.close();
+        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    }
+    qputenv("PATH", QFile::encodeName(dir) + ':' + qgetenv("PATH"));
+    QVERIFY(resolvesToFakes(kFakes));
+}
+
+void TestUtility::init()
+{
+    for (const QString& fake : kFakes)
+        QFile::remove(m_fakes.filePath(fake + ".args"));
+    qunsetenv(kArchOutput);
+    qunsetenv(kDpkgSilent);
+}
+
+void TestUtility::connectedServer_data()
+{
+    QTest::addColumn<QString>("ip");
+    QTest::addColumn<bool>("listening");
+    QTest::addColumn<QString>("bindStatus");
+    QTest::newRow("bound, listening") << "127.0.0.1" << true << "true";
+    QTest::newRow("bound, port closed") << "127.0.0.1" << false << "true";
+    // An address of no interface: the bind fails, the connection is tried all the same.
+    QTest::newRow("bind fails, listening") << "198.51.100.7" << true << "false";
+}
+
+void TestUtility::connectedServer()
+{
+    QFETCH(QString, ip);
+    QFETCH(bool, listening);
+    QFETCH(QString, bindStatus);
+    QTcpServer server;
+    QVERIFY(server.listen(QHostAddress::LocalHost));
+    const quint16 port = listening ? server.serverPort() : closedPort();
+    // An application proxy that leads nowhere must not change the outcome.
+    QNetworkProxy::setApplicationProxy(QNetworkProxy(QNetworkProxy::Socks5Proxy, "127.0.0.1", closedPort()));
+
+    vditest::LogCapture log;
+    const bool connected = Utility().connectedServer("127.0.0.1", port, {ip, "52:54:00:12:34:56"});
+    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
+    QCOMPARE(connected, listening);
+
+    const QString text = QString("bind local ip: %1, mac: 52:54:00:12:34:56, status: ").arg(ip);
+    QCOMPARE(log.count(text, QtDebugMsg), 1);
+    const auto lines = log.lines();
+    const auto line = std::find_if(lines.begin(), lines.end(), [&](const auto& l) { return l.second.contains(text); });
+    QVERIFY2(line->second.startsWith("[ connectedServer ]") && line->second.endsWith(" " + bindStatus),
+             qPrintable(line->second));
+}
+
+void TestUtility::reviseMac()
+{
+    vditest::LogCapture log;
+    Utility utility;
+    tagLocalNetworkInfo kept{"10.1.2.3", "AA:BB:CC:DD:EE:FF"};
+    utility.reviseMAC(kept);
+    QCOMPARE(kept.mac, QString("AA:BB:CC:DD:EE:FF"));
+    QVERIFY(log.contains("[ reviseMAC ] no need revise, the device mac: ", QtDebugMsg));
+    QVERIFY(!log.contains("need revise and"));
+
+    tagLocalNetworkInfo first{"10.1.2.3", QString()}, second = first;
+    utility.reviseMAC(first);
+    utility.reviseMAC(second);
+    QVERIFY2(isUuidText(first.mac) && isUuidText(second.mac), qPrintable(first.mac + " " + second.mac));
+    QVERIFY(first.mac != second.mac);  // nothing is cached between calls
+    QCOMPARE(first.ip, QString("10.1.2.3"));
+    QCOMPARE(log.count("[ reviseMAC ] need revise and the device mac: ", QtDebugMsg), 2);
+}
+
+void TestUtility::candidatesAreRoutableIPv4()
+{
+    vditest::LogCapture log;
+    const QList<tagLocalNetworkInfo> candidates = Utility().getLocalNetworkIPV4Infos();
+    for (const tagLocalNetworkInfo& candidate : candidates) {
+        const QHostAddress address(candidate.ip);
+        QVERIFY2(address.protocol() == QAbstractSocket::IPv4Protocol && address.toString() == candidate.ip
+                     && !address.isLoopback() && address.toIPv4Address() != 0
+                     && !candidate.ip.startsWith("169.254"),
+                 qPrintable(candidate.ip));
+        // It is an address of an interface that is up and running, and carries that one's MAC.
+        bool found = false;
+        for (const QNetworkInterface& networkInterface : QNetworkInterface::allInterfaces()) {
+            const auto running = QNetworkInterface::IsUp | QNetworkInterface::IsRunning;
+            for (const QNetworkAddressEntry& entry : networkInterface.addressEntries())
+                found |= (networkInterface.flags() & running) == running && entry.ip() == address
+                         && networkInterface.hardwareAddress() == candidate.mac;
+        }
+        QVERIFY2(found, qPrintable(candidate.ip + " " + candidate.mac));
+    }
+    QCOMPARE(log.count("[ print ] ip: ", QtInfoMsg), candidates.size());
+}
+
+void TestUtility::deviceNetworkInfo_data()
+{
+    QTest::addColumn<bool>("listening");
+    QTest::newRow("server up") << true;
+    QTest::newRow("server down") << false;  // refused at once: no candidate waits long
+}
+
+void TestUtility::deviceNetworkInfo()
+{
+    QFETCH(bool, listening);
+    QTcpServer server;
+    QVERIFY(server.listen(QHostAddress::LocalHost));
+    const quint16 port = listening ? server.serverPort() : closedPort();
+    Utility utility;
+    const QList<tagLocalNetworkInfo> candidates = utility.getLocalNetworkIPV4Infos();
+    tagLocalNetworkInfo info{"untouched", "untouched mac"};
+    const bool found = utility.getDeviceNetworkInfo("127.0.0.1", port, info);
+
+    // Loopback addresses are never candidates, so the branch depends on whether this machine
+    // has another IPv4 interface: a host with loopback only must leave the record alone.
+    if (candidates.isEmpty()) {
+        QVERIFY(!found);
+        QCOMPARE(info.ip + "|" + info.mac, QString("untouched|untouched mac"));
+        return;
+    }
+    QVERIFY(found);
+    const auto chosen = std::find_if(candidates.begin(), candidates.end(), [&](const auto& c) { return c.ip == info.ip; });
+    QVERIFY2(chosen != candidates.end(), qPrintable(info.ip));
+    QVERIFY2(chosen->mac.isEmpty() ? isUuidText(info.mac) : info.mac == chosen->mac, qPrintable(info.mac));
+    if (!listening)
+        QCOMPARE(info.ip, candidates.first().ip);  // nobody reached it: the first stands in
+    else if (server.waitForNewConnection(200))  // the handshake came from the chosen address
+        QCOMPARE(server.nextPendingConnection()->peerAddress().toString(), info.ip);
+}
+
+void TestUtility::sizeString_data()
+{
+    QTest::addColumn<qlonglong>("size");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("negative") << -5LL << "-5";
+    QTest::newRow("last plain") << 10240LL << "10240";
+    QTest::newRow("first K") << 10241LL << "10K";
+    QTest::newRow("K cuts remainder") << 12287LL << "11K";
+    QTest::newRow("last K") << 10485760LL << "10240K";
+    QTest::newRow("first M") << 10485761LL << "10M";
+    QTest::newRow("beyond 32 bits") << 5LL * 1024 * 1024 * 1024 + 1 << "5120M";
+}
+
+void TestUtility::sizeString()
+{
+    QFETCH(qlonglong, size);
+    QFETCH(QString, expected);
+    QCOMPARE(Utility().sizeString(size), expected);
+}
+
+void TestUtility::cpuArch_data()
+{
+    QTest::addColumn<QByteArray>("output");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("armv7l") << QByteArray("armv7l") << "armhf";
+    QTest::newRow("ARMv8, any case") << QByteArray("ARMv8") << "armhf";
+    QTest::newRow("aarch64 has no 'arm'") << QByteArray("aarch64") << "arm64";
+    QTest::newRow("x86_64") << QByteArray("x86_64") << "arm64";
+    QTest::newRow("nothing") << QByteArray() << "arm64";
+}
+
+void TestUtility::cpuArch()
+{
+    QFETCH(QByteArray, output);
+    QFETCH(QString, expected);
+    qputenv(kArchOutput, output);
+    QCOMPARE(Utility().getCpuArch(), expected);
+    QCOMPARE(calls("arch"), QStringList{QString()});  // once, without arguments
+}
+
+void TestUtility::pineletVersion_data()
+{
+    QTest::addColumn<bool>("installed");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("installed") << true << "3.2.1-build7";
+    QTest::newRow("not installed") << false << QString();
+}
+
+void TestUtility::pineletVersion()
+{
+    QFETCH(bool, installed);
+    QFETCH(QString, expected);
+    if (!installed)
+        qputenv(kDpkgSilent, "1");
+    Utility utility;
+    QCOMPARE(utility.getPineletCurrentVersion(), expected);
+    QCOMPARE(utility.getPineletVersionForLinux(), expected);
+    const QString query = "--admindir=/userdata/var/lib/dpkg -s pinelet";
+    QCOMPARE(calls("sudo"), QStringList({"dpkg " + query, "dpkg " + query}));
+    QCOMPARE(calls("dpkg"), QStringList({query, query}));
+}
+
+void TestUtility::deviceTypeIsUnknown()
+{
+    for (const QString& text : {QString(), QString("0"), QString("1"), QString("thin client")})
+        QCOMPARE(Utility().parseDeviceType(text), -1);
+}
+
+void TestUtility::deviceControl_data()
+{
+    QTest::addColumn<bool>("restart");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("restart") << true << "-r now";
+    QTest::newRow("shutdown") << false << "-h now";
+}
+
+void TestUtility::deviceControl()
+{
+    QFETCH(bool, restart);
+    QFETCH(QString, expected);
+    if (!resolvesToFakes({"sudo", "shutdown"}))
+        QFAIL("sudo and shutdown do not resolve to the fakes; refusing to run");
+    vditest::LogCapture log;
+    Utility utility;
+    restart ? utility.restartDevice() : utility.shutdownDevice();
+    QCOMPARE(calls("sudo"), QStringList{"shutdown " + expected});
+    QCOMPARE(calls("shutdown"), QStringList{expected});
+    QVERIFY2(log.lines().isEmpty(), qPrintable(log.dump()));  // neither asks nor logs
+}
+
+VDI_TEST_MAIN(TestUtility)
+#include "tst_utility.moc"
