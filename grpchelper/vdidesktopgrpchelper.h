@@ -8,8 +8,11 @@
 #include <grpcpp/support/status.h>
 
 #include "vdigrpcrecords.h"
+#include "vdigrpcrecords_discovery.h"
 
 #include "client/client_core.pb.h"
+#include "common/common_core.pb.h"
+#include "common/common_messages.pb.h"
 #include "common/error_data.pb.h"
 #include "gateway/gateway_core.pb.h"
 
@@ -28,4 +31,29 @@ public:
     static void baseInfo2Grpc(const tagBaseInfo& info, gateway::ClientBaseInfo& message);
     static void extendInfo2Grpc(const tagExtendInfo& info, client::ClientExtendInfo& message);
     static void extendInfo2Grpc(const tagExtendInfo& info, gateway::ClientExtendInfo& message);
+
+    // Heartbeat.
+    static void toHeartBeatReq(const tagHeartbeatRequest& request, client::HeartbeatReq& message);
+    static void fromHeartbeatResq(const client::HeartbeatResp& message, tagHeartbeatReply& reply);
+
+    // Server discovery.
+    static void toDeviceConfigInfoReq(const tagDeviceConfigInfoReq& request, client::DeviceConfigInfoReq& message);
+    static void fromDeviceConfigInfoResp(const client::DeviceConfigInfoResp& message, tagDeviceConfigInfoResp& reply);
+    static void fromGatewayInfoResp(const common::queryGatewayInfoResp& message, tagGatewayInfoResp& reply);
+    static void fromQureyControllerListResp(client::ResourceList& message, tagQureyControllerListResp& reply);
+    static void fromQueryControllerType(const client::WhoAreYouReply& message, tagQueryControllerTypeResp& reply);
+    static void fromQueryVmControllerIpResq(const common_message::AgentUseControllerIpResp& message,
+                                            tagVmControllerIpResp& reply);
+
+    // A repeated wire field into a list, in the wire's order, one entry converter for all.
+    template <class Repeated, class Entry, class Convert>
+    static void fromRepeated(const Repeated& items, QList<Entry>& list, Convert convert)
+    {
+        list.reserve(list.size() + items.size());
+        for (const auto& item : items) {
+            Entry entry;
+            convert(item, entry);
+            list.append(entry);
+        }
+    }
 };

@@ -24,7 +24,31 @@ VdiDesktopGrpcThread::VdiDesktopGrpcThread(QObject* parent)
     m_worker->moveToThread(&m_thread);
     connect(&m_thread, &QThread::finished, m_worker, &QObject::deleteLater);
 
-    connect(this, &VdiDesktopGrpcThread::myInitConnection, m_worker, &VdiDesktopGrpcWorker::initConnection);
+    using T = VdiDesktopGrpcThread;
+    using W = VdiDesktopGrpcWorker;
+    connect(this, &T::myInitConnection, m_worker, &W::initConnection);
+
+    // Server discovery.
+    connect(this, &T::myInitDeviceInfo, m_worker, &W::initDeviceInfo);
+    connect(this, &T::myQueryDeviceConfigInfo, m_worker, &W::queryDeviceConfigInfo);
+    connect(this, &T::myQueryServerTypeInfo, m_worker, &W::queryServerTypeInfo);
+    connect(this, &T::myQueryGatewayInfo, m_worker, &W::queryGatewayInfo);
+    connect(this, &T::signalQueryServerIpForVm, m_worker, &W::slotQueryServerIpForVm);
+    connect(this, &T::signalQueryControllerType, m_worker, &W::onQueryControllerType);
+    connect(this, &T::signalQueryControllerList, m_worker, &W::onQueryControllerList);
+    connect(m_worker, &W::deviceNetworkInfo, this, &T::deviceNetworkInfo);
+    connect(m_worker, &W::queryDeviceConfigInfoResult, this, &T::queryDeviceConfigInfoResult);
+    connect(m_worker, &W::queryServerTypeInfoResult, this, &T::queryServerTypeInfoResult);
+    connect(m_worker, &W::queryGatewayInfoResult, this, &T::queryGatewayInfoResult);
+    connect(m_worker, &W::queryControllerTypeResultForGrpcWorker, this, &T::queryControllerTypeResultForGrpcThread);
+    connect(m_worker, &W::queryControllerListResultForGrpcWorker, this, &T::queryControllerListResultForGrpcThread);
+    connect(m_worker, &W::queryServerIpResult, this, &T::signalQueryServerIpResult);
+
+    // Heartbeat.
+    connect(this, &T::mySendHeart, m_worker, &W::sendHeart);
+    connect(this, &T::myStartSendHeart, m_worker, &W::startSendHeart);
+    connect(this, &T::myStopSendHeart, m_worker, &W::stopSendHeart);
+    connect(m_worker, &W::sendHeartResult, this, &T::recvHeartbeatResultVDT);
 
     m_thread.start(QThread::InheritPriority);
     VDI_INFO << "vdi desktop grpc thread start!!!";
@@ -44,6 +68,16 @@ void VdiDesktopGrpcThread::registerMetaTypes()
     qRegisterMetaType<tagLoginRequest>("LoginRequest");
     qRegisterMetaType<tagLoginRequest>("RefreshRequest");
     qRegisterMetaType<tagHeartbeatRequest>("HeartbeatRequest");
+    qRegisterMetaType<tagDeviceConfigInfoReq>("DeviceConfigInfoReq");
+    qRegisterMetaType<tagGatewayInfoResp>("GatewayInfoResp");
+    qRegisterMetaType<tagDeviceConfigInfoResp>("DeviceConfigInfoResp");
+    qRegisterMetaType<tagServerTypeInfoResp>("ServerTypeInfoResp");
+    qRegisterMetaType<tagQueryControllerTypeResp>("QueryControllerTypeResp");
+    qRegisterMetaType<tagQureyControllerListResp>("QureyControllerListResp");
+    qRegisterMetaType<tagVmControllerIpResp>("VmControllerIpResp");
+
+    // Reply aliases of result signals that an application would otherwise have to register.
+    qRegisterMetaType<tagHeartbeatReply>("HeartbeatReply");
 }
 
 void VdiDesktopGrpcThread::initBaseInfoParameter(const tagBaseInfo& info)

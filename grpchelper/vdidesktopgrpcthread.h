@@ -9,6 +9,7 @@
 #include <QThread>
 
 #include "vdigrpcrecords.h"
+#include "vdigrpcrecords_discovery.h"
 
 class VdiDesktopGrpcWorker;
 
@@ -45,20 +46,59 @@ public:
     // the log and as failed results of later requests.
     void initConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish);
 
+    // Server discovery. Answered by deviceNetworkInfo, queryServerTypeInfoResult,
+    // queryDeviceConfigInfoResult, queryGatewayInfoResult, queryControllerTypeResultForGrpcThread,
+    // queryControllerListResultForGrpcThread and signalQueryServerIpResult.
+    void initDeviceInfo(const QString& host, quint16 port);
+    void queryServerTypeInfo();
+    void queryDeviceConfigInfo(const QString& mac, const QString& ip);
+    void queryGatewayInfo();
+    void queryControllerTypeForGrpcThread(const QString& serverIp);
+    void queryControllerListForGrpcThread(const QString& serverIp);
+    void queryServerIpForVm();
+
+    // Heartbeat, answered by recvHeartbeatResultVDT. A vmId of -1 keeps the cached desktop id.
+    void sendHeart(const QString& vmIp, const QString& vmUuid, long long vmId);
+    void startSendHeart();
+    void stopSendHeart();
+
     // Cancels the call in flight, cuts every connection of the facade and ends the worker's
     // thread, waiting one second at most. Call it once, before destruction.
     void stop();
 
+    // Registers the names under which the records travel in queued signals. The constructor
+    // calls it; code that connects to the worker alone calls it itself.
+    static void registerMetaTypes();
+
 signals:
+    // Requests, queued to the worker.
     void myInitConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish);
+    void myInitDeviceInfo(QString serverIP, ushort port);
+    void myQueryDeviceConfigInfo(DeviceConfigInfoReq req);
+    void myQueryServerTypeInfo();
+    void myQueryGatewayInfo();
+    void signalQueryServerIpForVm();
+    void signalQueryControllerType(QString serverIp);
+    void signalQueryControllerList(QString serverIp);
+    void mySendHeart(HeartbeatRequest heartbeatRequest);
+    void myStartSendHeart();
+    void myStopSendHeart();
+
+    // Results, on the facade's thread.
+    void deviceNetworkInfo(QString activeDeviceIP, QString activeDeviceMAC, bool status);
+    void queryDeviceConfigInfoResult(DeviceConfigInfoResp reply, bool status);
+    void queryServerTypeInfoResult(ServerTypeInfoResp reply, bool status);
+    void queryGatewayInfoResult(GatewayInfoResp reply, bool status);
+    void queryControllerTypeResultForGrpcThread(QueryControllerTypeResp reply, bool status, QString serverIp);
+    void queryControllerListResultForGrpcThread(QureyControllerListResp reply, bool status, QString serverIp);
+    void signalQueryServerIpResult(VmControllerIpResp controllerIpRsp, bool status);
+    void recvHeartbeatResultVDT(HeartbeatReply heartbeatReply, bool status);
 
     // For the application; no code of the library emits the second.
     void getSessionInfo();
     void saveCurrentVmUuidVDT(QString uuid);
 
 private:
-    void registerMetaTypes();
-
     VdiDesktopGrpcWorker* m_worker;
     tagBaseInfo m_baseInfo;
     QThread m_thread;

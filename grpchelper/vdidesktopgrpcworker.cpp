@@ -9,8 +9,7 @@
 #include <QThread>
 
 #include "basesettings.h"
-#include "vdidesktopgrpchelper.h"
-#include "vdilog.h"
+#include "vdidesktopgrpcworker_frame.h"
 
 namespace {
 const char* const kGatewayTokenKey = "gatewayaccesstoken";
@@ -26,10 +25,7 @@ VdiDesktopGrpcWorker::VdiDesktopGrpcWorker(QObject* parent)
 VdiDesktopGrpcWorker::~VdiDesktopGrpcWorker()
 {
     VDI_INFO << "VdiDesktopGrpcWorker::~VdiDesktopGrpcWorker";
-    if (m_heartTimerId != -1) {
-        killTimer(m_heartTimerId);
-        m_heartTimerId = -1;
-    }
+    stopHeartTimer();
     stub.reset();
     stubGateway.reset();
     stubCommon.reset();
@@ -135,15 +131,56 @@ void VdiDesktopGrpcWorker::slotGrpcErrorUnavailable()
 
 void VdiDesktopGrpcWorker::buildClientContext(grpc::ClientContext* context)
 {
-    gpr_timespec span;
-    span.tv_sec = m_timeoutSeconds;
-    span.tv_nsec = 0;
-    span.clock_type = GPR_TIMESPAN;
-    context->set_deadline(span);
+    context->set_deadline(vdiframe::timespan(m_timeoutSeconds, 0));
     if (m_gatewayToken.empty())
         m_gatewayToken = getGatewayToken().toStdString();
     context->AddMetadata(kGatewayTokenKey, m_gatewayToken);
     context->AddMetadata(kClientLanguageKey.toStdString(), m_language.toStdString());
+}
+
+void VdiDesktopGrpcWorker::prepareContext(const RpcSpec& spec, grpc::ClientContext& context)
+{
+    switch (spec.context) {
+    case CallContext::Standard:
+        buildClientContext(&context);
+        break;
+    case CallContext::FixedWithToken:
+        context.set_deadline(vdiframe::timespan(10, 0));
+        if (m_gatewayToken.empty())
+            m_gatewayToken = getGatewayToken().toStdString();
+        context.AddMetadata(kGatewayTokenKey, m_gatewayToken);
+        break;
+    case CallContext::Fixed:
+        context.set_deadline(vdiframe::timespan(10, 0));
+        break;
+    case CallContext::Stepped: {
+        // n below 8 counts fifths of a second, from 8 on whole seconds.
+        const int n = *spec.retryDelay;
+        const gpr_timespec span = n < 8 ? vdiframe::timespan(0, n * 200000000) : vdiframe::timespan(((n - 8) >> 3) + 1, 0);
+        vdiLog(QtInfoMsg, spec.function) << spec.deadlineText << qint64(span.tv_sec) << " timespec.tv_nsec " << span.tv_nsec;
+        context.set_deadline(span);
+        break;
+    }
+    case CallContext::Unlimited:
+        break;
+    }
+}
+
+bool VdiDesktopGrpcWorker::interruptionRequested(const char* function) const
+{
+    if (!QThread::currentThread()->isInterruptionRequested())
+        return false;
+    VDI_LOG_IN(qDebug, function) << "isInterruptionRequested";
+    return true;
+}
+
+bool VdiDesktopGrpcWorker::answerNullStub(const char* function, const char* text, NullStub kind, tagErrorData& error)
+{
+    VDI_LOG_IN(qCritical, function) << text;
+    if (kind == NullStub::Ignore)
+        return false;
+    statusCodeToErrorData(grpc::Status(grpc::StatusCode::NOT_FOUND, std::string()), error);
+    return kind == NullStub::Answer;
 }
 
 std::shared_ptr<grpc::ClientContext> VdiDesktopGrpcWorker::newCallContext()
@@ -155,10 +192,8 @@ std::shared_ptr<grpc::ClientContext> VdiDesktopGrpcWorker::newCallContext()
 
 void VdiDesktopGrpcWorker::statusCodeToErrorData(const grpc::Status& status, tagErrorData& errorData)
 {
-    if (QThread::currentThread()->isInterruptionRequested()) {
-        VDI_DEBUG << "isInterruptionRequested";
+    if (interruptionRequested(__FUNCTION__))
         return;
-    }
     VDI_INFO << "checked grpc server was unavailable, restart now!";
     emit signalGrpcErrorUnavailable();
     VdiDesktopGrpcHelper::toErrorData(status, errorData);

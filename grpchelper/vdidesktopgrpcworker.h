@@ -11,10 +11,17 @@
 #include <grpcpp/grpcpp.h>
 
 #include "vdigrpcrecords.h"
+#include "vdigrpcrecords_discovery.h"
 
 #include "client/client_core.grpc.pb.h"
 #include "common/common_core.grpc.pb.h"
 #include "gateway/gateway_core.grpc.pb.h"
+
+struct RpcSpec;
+struct RpcHooks;
+enum class NullStub;
+template <class Reply, class Record>
+struct RpcResult;
 
 class VdiDesktopGrpcWorker : public QObject
 {
@@ -42,22 +49,74 @@ public:
     void saveGatewayInfo();
     QString getGatewaySettingsFilePath() const;
 
+    // Passwords are cut out of request texts before they reach the log.
+    void printInfoWithoutKeyList(QString& text);
+    QString debugInfoWithoutKeyList(QString text);
+    void printInfoWithoutKeyValue(QString& text, QString& key);
+
 signals:
     void signalGrpcErrorUnavailable();
+
+    // Server discovery.
+    void deviceNetworkInfo(QString activeDeviceIP, QString activeDeviceMAC, bool status);
+    void queryDeviceConfigInfoResult(DeviceConfigInfoResp reply, bool status);
+    void queryServerTypeInfoResult(ServerTypeInfoResp reply, bool status);
+    void queryGatewayInfoResult(GatewayInfoResp reply, bool status);
+    void queryControllerTypeResultForGrpcWorker(QueryControllerTypeResp reply, bool status, QString serverIp);
+    void queryControllerListResultForGrpcWorker(QureyControllerListResp reply, bool status, QString serverIp);
+    void queryServerIpResult(VmControllerIpResp controllerIpRsp, bool status);
+
+    // Heartbeat.
+    void sendHeartResult(HeartbeatReply heartbeatReply, bool status);
 
 public slots:
     void initConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish);
     void initGateway();
     void slotGrpcErrorUnavailable();
 
+    // Server discovery.
+    void initDeviceInfo(QString serverIP, ushort port);
+    void queryDeviceConfigInfo(const tagDeviceConfigInfoReq& req);
+    void queryServerTypeInfo();
+    void queryGatewayInfo();
+    void onQueryControllerType(QString serverIp);
+    void onQueryControllerList(QString serverIp);
+    void slotQueryServerIpForVm();
+
+    // Heartbeat.
+    void sendHeart(const tagHeartbeatRequest& request);
+    void startSendHeart();
+    void stopSendHeart();
+    void mySendHeart();
+
 protected:
+    void timerEvent(QTimerEvent* event) override;
+
+private:
     // Turns a failed status into an error record and rebuilds every channel, unless stopping.
     void statusCodeToErrorData(const grpc::Status& status, tagErrorData& errorData);
+
+    // The handler frame (vdidesktopgrpcworker_frame.h).
+    template <class Stub, class Request, class Reply, class Record, class Fill, class Convert>
+    bool unaryCall(const RpcSpec& spec, const std::shared_ptr<Stub>& stubMember,
+                   grpc::Status (Stub::*rpc)(grpc::ClientContext*, const Request&, Reply*), Fill fill,
+                   Convert convert, RpcResult<Reply, Record>& out, const RpcHooks& hooks);
+    bool interruptionRequested(const char* function) const;
+    // Logs the null stub and, unless told to ignore it, fabricates NOT_FOUND into the record.
+    // True when the handler is to answer.
+    bool answerNullStub(const char* function, const char* text, NullStub kind, tagErrorData& error);
+    void prepareContext(const RpcSpec& spec, grpc::ClientContext& context);
+    template <class Request>
+    void logRequest(const RpcSpec& spec, const Request& request);
+    template <class Reply>
+    void logReply(const RpcSpec& spec, const Reply& reply);
+
+    void startHeartTimer();
+    void stopHeartTimer();
 
     // Makes a heap context for one call and publishes it for stop().
     std::shared_ptr<grpc::ClientContext> newCallContext();
 
-private:
     // One channel of its own for each stub, all to m_target with the same credentials.
     template <class Service>
     bool rebuildStub(std::shared_ptr<typename Service::Stub>& slot, const char* caller,

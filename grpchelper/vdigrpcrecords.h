@@ -89,6 +89,10 @@ struct tagHeartbeatRequest {
     tagExtendInfo extendInfo;
 };
 
+struct tagHeartbeatReply {
+    tagErrorData error;
+};
+
 // Login and refresh of the desktop list.
 struct tagLoginRequest {
     tagBaseInfo baseInfo;
@@ -101,4 +105,11 @@ Q_DECLARE_METATYPE(tagExtendInfo)
 Q_DECLARE_METATYPE(tagErrorData)
 Q_DECLARE_METATYPE(tagVmNodeInfo)
 Q_DECLARE_METATYPE(tagHeartbeatRequest)
+Q_DECLARE_METATYPE(tagHeartbeatReply)
 Q_DECLARE_METATYPE(tagLoginRequest)
+
+// Names under which the records travel in signal signatures; queued connections look them up.
+typedef tagLoginRequest LoginRequest;
+typedef tagLoginRequest RefreshRequest;
+typedef tagHeartbeatRequest HeartbeatRequest;
+typedef tagHeartbeatReply HeartbeatReply;

@@ -1,21 +1,25 @@
-// vdi-demo: a short session of an application against the bundled simulator. It starts
-// vdi-simulator on 127.0.0.1, drives the public VdiDesktopGrpcThread as an application would and
-// tells in plain words what happened at each step. The library's own log goes to a file.
+// vdi-demo: short sessions of an application against the bundled simulator, once with a
+// controller reached directly and once through an access gateway. It starts vdi-simulator on
+// 127.0.0.1, drives the public VdiDesktopGrpcThread as an application would and tells in plain
+// words what happened at each step. The library's own log goes to a file.
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QMutex>
 #include <QProcess>
 #include <QStringList>
-#include <QTextStream>
 #include <QThread>
+#include <QTimer>
 
 #include <cstdio>
 
 #include "vdidesktopgrpcthread.h"
 
 namespace {
+
+const int kAnswerTimeoutMs = 15000;
 
 QFile g_logFile;
 QMutex g_logMutex;
@@ -55,10 +59,34 @@ int waitForLog(const QStringList& texts, int timeoutMs)
     return -1;
 }
 
+// Runs the event loop until the facade emits the signal, and hands its arguments on.
+template <class... Args, class Handler>
+bool awaitAnswer(VdiDesktopGrpcThread& facade, void (VdiDesktopGrpcThread::*signal)(Args...), Handler handler)
+{
+    QEventLoop loop;
+    bool answered = false;
+    const QMetaObject::Connection connection = QObject::connect(&facade, signal, &loop, [&](Args... args) {
+        handler(args...);
+        answered = true;
+        loop.quit();
+    });
+    QTimer::singleShot(kAnswerTimeoutMs, &loop, &QEventLoop::quit);
+    loop.exec();
+    QObject::disconnect(connection);
+    return answered;
+}
+
 void say(const QString& text)
 {
     std::fputs((text + QLatin1Char('\n')).toUtf8().constData(), stdout);
     std::fflush(stdout);
+}
+
+QString outcome(bool status, const tagErrorData& error)
+{
+    if (status)
+        return QStringLiteral("ok");
+    return QStringLiteral("failed, code %1 (%2)").arg(error.errorCode).arg(error.errorMsgZh);
 }
 
 struct Simulator {
@@ -67,11 +95,10 @@ struct Simulator {
     QString pem;
     QString commonName;
 
-    bool start(const QString& program)
+    bool start(const QString& program, const QString& mode)
     {
         process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(program, {QStringLiteral("--mode"), QStringLiteral("controller"),
-                                QStringLiteral("--until-stdin-closes")});
+        process.start(program, {QStringLiteral("--mode"), mode, QStringLiteral("--until-stdin-closes")});
         if (!process.waitForStarted(5000))
             return false;
         QElapsedTimer timer;
@@ -105,32 +132,29 @@ struct Simulator {
     }
 };
 
-} // namespace
-
-int main(int argc, char* argv[])
+// One session against a simulator in the given mode; returns the number of failed steps.
+int runSession(const QString& mode)
 {
-    QCoreApplication app(argc, argv);
-    const QString logPath = QDir::current().filePath(QStringLiteral("vdi-demo.log"));
-    g_logFile.setFileName(logPath);
-    g_logFile.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    qInstallMessageHandler(collectLog);
-
-    say(QStringLiteral("== libvdidesktopgrpc demo session =="));
+    say(QStringLiteral("\n== Session against a simulated %1 ==").arg(mode));
     Simulator simulator;
-    const QString simulatorProgram = QCoreApplication::applicationDirPath() + QStringLiteral("/vdi-simulator");
-    if (!simulator.start(simulatorProgram)) {
-        say(QStringLiteral("FAILED: the simulator %1 did not start").arg(simulatorProgram));
+    const QString program = QCoreApplication::applicationDirPath() + QStringLiteral("/vdi-simulator");
+    if (!simulator.start(program, mode)) {
+        say(QStringLiteral("FAILED: the simulator %1 did not start").arg(program));
         return 1;
     }
-    say(QStringLiteral("1. Simulated controller listening on 127.0.0.1:%1; its certificate is %2 "
-                       "(subject \"%3\", which is not the host name).")
+    say(QStringLiteral("Simulator listening on 127.0.0.1:%1; certificate %2 with the subject \"%3\" "
+                       "(not the host name).")
             .arg(simulator.port).arg(simulator.pem, simulator.commonName));
 
     int failures = 0;
+    auto step = [&failures](bool answered, const QString& what) {
+        if (!answered) {
+            say(QStringLiteral("  FAILED: no answer to %1").arg(what));
+            ++failures;
+        }
+    };
     {
         VdiDesktopGrpcThread facade;
-        say(QStringLiteral("2. Created the client object; its worker runs on a thread of its own."));
-
         tagBaseInfo base;
         base.name = QStringLiteral("demo-user");
         base.password = QStringLiteral("demo-password");
@@ -141,33 +165,97 @@ int main(int argc, char* argv[])
         extend.clientVersion = QStringLiteral("1.0.0");
         extend.osType = QStringLiteral("linux");
         facade.initExtendInfoParameter(extend);
-        facade.setLocalIP(QStringLiteral("127.0.0.1"));
-        facade.setLocalMAC(QStringLiteral("02:00:00:00:00:01"));
-        say(QStringLiteral("3. Identity cached: user %1, address %2, MAC %3 (also the device id).")
-                .arg(facade.getUserName(), facade.getLocalIP(), facade.getLocalMAC()));
+
+        facade.initDeviceInfo(QStringLiteral("127.0.0.1"), quint16(simulator.port));
+        step(awaitAnswer(facade, &VdiDesktopGrpcThread::deviceNetworkInfo, [&](QString ip, QString mac, bool found) {
+                 if (found) {
+                     facade.setLocalIP(ip);
+                     facade.setLocalMAC(mac);
+                     say(QStringLiteral("1. This terminal is %1, MAC %2.").arg(ip, mac));
+                 } else {
+                     facade.setLocalIP(QStringLiteral("127.0.0.1"));
+                     facade.setLocalMAC(QStringLiteral("02:00:00:00:00:01"));
+                     say(QStringLiteral("1. No network interface besides loopback; using 127.0.0.1 and a made-up MAC."));
+                 }
+             }),
+             QStringLiteral("the device identity"));
 
         facade.initServerType(0);
         facade.initConnection(simulator.pem, QStringLiteral("127.0.0.1"), ushort(simulator.port), false);
-        const int outcome = waitForLog({QStringLiteral(" grpcheader language: "),
-                                        QStringLiteral("pem file could not open"),
-                                        QStringLiteral("subject name is null"),
-                                        QStringLiteral("Failed to create")},
-                                       5000);
-        if (outcome == 0) {
-            say(QStringLiteral("4. TLS channels to the controller are built, trusting %1 under the name \"%2\"; "
-                               "calls will carry the language \"zh\".")
-                    .arg(simulator.pem, simulator.commonName));
-        } else {
-            say(QStringLiteral("4. FAILED: the connection could not be set up (see %1).").arg(logPath));
+        if (waitForLog({QStringLiteral(" grpcheader language: ")}, 5000) < 0) {
+            say(QStringLiteral("2. FAILED: the TLS channels could not be set up."));
             ++failures;
+        } else {
+            say(QStringLiteral("2. TLS channels built, trusting the simulator's certificate under the name \"%1\".")
+                    .arg(simulator.commonName));
         }
 
-        facade.stop();
-        say(QStringLiteral("5. Stopped: pending calls cancelled, the worker thread has ended."));
-    }
+        facade.queryServerTypeInfo();
+        step(awaitAnswer(facade, &VdiDesktopGrpcThread::queryServerTypeInfoResult, [](ServerTypeInfoResp reply, bool status) {
+                 say(QStringLiteral("3. Server type: %1 (%2).")
+                         .arg(reply.serverType == 1 ? QStringLiteral("access gateway")
+                                                    : reply.serverType == 0 ? QStringLiteral("controller")
+                                                                            : QStringLiteral("unknown"))
+                         .arg(outcome(status, reply.error)));
+             }),
+             QStringLiteral("the server type query"));
 
+        facade.queryDeviceConfigInfo(facade.getLocalMAC(), facade.getLocalIP());
+        step(awaitAnswer(facade, &VdiDesktopGrpcThread::queryDeviceConfigInfoResult, [](DeviceConfigInfoResp reply, bool status) {
+                 say(QStringLiteral("4. Device configuration: login kind %1, server architecture %2, remember password %3 (%4).")
+                         .arg(reply.authType)
+                         .arg(reply.serverArch, reply.rememberPassword ? QStringLiteral("yes") : QStringLiteral("no"),
+                              outcome(status, reply.error)));
+             }),
+             QStringLiteral("the device configuration query"));
+
+        facade.queryGatewayInfo();
+        step(awaitAnswer(facade, &VdiDesktopGrpcThread::queryGatewayInfoResult, [](GatewayInfoResp reply, bool status) {
+                 QStringList names;
+                 for (const tagGatewayInfo& gateway : qAsConst(reply.gatewayList))
+                     names << QStringLiteral("%1 at %2 (VDP %3, RDP %4)").arg(gateway.name, gateway.publicIp, gateway.vdpPort, gateway.rdpPort);
+                 say(QStringLiteral("5. Gateways: %1 (%2).")
+                         .arg(names.isEmpty() ? QStringLiteral("none") : names.join(QStringLiteral("; ")), outcome(status, reply.error)));
+             }),
+             QStringLiteral("the gateway list query"));
+
+        facade.queryControllerListForGrpcThread(QStringLiteral("127.0.0.1"));
+        step(awaitAnswer(facade, &VdiDesktopGrpcThread::queryControllerListResultForGrpcThread,
+                         [](QureyControllerListResp reply, bool status, QString serverIp) {
+                             QStringList names;
+                             for (const tagResourceInfo& resource : qAsConst(reply.resourceList))
+                                 names << QStringLiteral("%1%2").arg(resource.name, resource.gateway ? QStringLiteral(" (gateway)") : QString());
+                             say(QStringLiteral("6. Controllers known to %1: %2 (%3).")
+                                     .arg(serverIp, names.join(QStringLiteral(", ")), outcome(status, reply.error)));
+                         }),
+             QStringLiteral("the controller list query"));
+
+        facade.sendHeart(facade.getLocalIP(), QString(), -1);
+        step(awaitAnswer(facade, &VdiDesktopGrpcThread::recvHeartbeatResultVDT, [](HeartbeatReply reply, bool status) {
+                 say(QStringLiteral("7. Heartbeat sent; the next one follows in five minutes (%1).").arg(outcome(status, reply.error)));
+             }),
+             QStringLiteral("the heartbeat"));
+
+        facade.stop();
+        say(QStringLiteral("8. Stopped: pending calls cancelled, the worker thread has ended."));
+    }
     simulator.stop();
-    say(QStringLiteral("6. Simulator stopped. The library's log is in %1.").arg(logPath));
+    return failures;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    const QString logPath = QDir::current().filePath(QStringLiteral("vdi-demo.log"));
+    g_logFile.setFileName(logPath);
+    g_logFile.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    qInstallMessageHandler(collectLog);
+
+    say(QStringLiteral("== libvdidesktopgrpc demo =="));
+    const int failures = runSession(QStringLiteral("controller")) + runSession(QStringLiteral("gateway"));
+    say(QStringLiteral("\nThe library's log is in %1.").arg(logPath));
     say(failures == 0 ? QStringLiteral("Demo finished: every step worked.")
                       : QStringLiteral("Demo finished with %1 failed step(s).").arg(failures));
     return failures == 0 ? 0 : 1;

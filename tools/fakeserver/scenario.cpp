@@ -49,6 +49,11 @@ const DefaultReply kDefaultReplies[] = {
                        type: "vdp" domain: "vdi-fake-gateway" public_ip: "127.0.0.1"
                        VDP_port: "443" RDP_port: "3389" })"},
     {Both, "/client.ClientCore/WhoAreYou", R"(name: "vdi-fake-controller")"},
+    {Both, "/client.ClientCore/QueryNodes",
+     R"(resourceInfo_list { id: 1 name: "vdi-fake-controller" ip: "127.0.0.1" status: "online"
+                            gateway: false port: 443 }
+        resourceInfo_list { id: 2 name: "vdi-fake-gateway" ip: "127.0.0.1" status: "online"
+                            gateway: true port: 443 })"},
     {Both, "/client.ClientCore/queryAgentUseControllerIp",
      R"(ip: "127.0.0.1" port: 443 domain_name: "vdi-fake-controller")"},
     {Both, "/client.ClientCore/queryDeviceConfigInfo",

@@ -1,0 +1,175 @@
+// The heartbeat: its flag rule, its timer and the facade's record.
+#include "testsupport.h"
+
+#include <QTimerEvent>
+
+namespace {
+const std::string kHeartbeat = "/client.ClientCore/Heartbeat";
+}
+
+class TestHeartbeat : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void flagRule_data();
+    void flagRule();
+    void serverDownIsAGoodBeat();
+    void nullStubFailsAndStartsNoTimer();
+    void timer();
+    void facadeRecord();
+};
+
+void TestHeartbeat::initTestCase()
+{
+    VdiDesktopGrpcThread::registerMetaTypes();
+}
+
+void TestHeartbeat::flagRule_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("replyCode");
+    QTest::addColumn<bool>("flag");
+    QTest::addColumn<int>("errorCode");
+    QTest::newRow("ok") << 0 << 0 << true << 0;
+    QTest::newRow("server says 4") << 0 << 4 << true << 4;
+    QTest::newRow("server says 14") << 0 << 14 << true << 14;
+    QTest::newRow("server says 9") << 0 << 9 << false << 9;
+    QTest::newRow("deadline exceeded") << int(grpc::StatusCode::DEADLINE_EXCEEDED) << 0 << true << 4;
+    QTest::newRow("unavailable") << int(grpc::StatusCode::UNAVAILABLE) << 0 << true << 14;
+    QTest::newRow("internal") << int(grpc::StatusCode::INTERNAL) << 0 << false << 13;
+}
+
+void TestHeartbeat::flagRule()
+{
+    QFETCH(int, status);
+    QFETCH(int, replyCode);
+    QFETCH(bool, flag);
+    QFETCH(int, errorCode);
+
+    vditest::TestServer server;
+    client::HeartbeatResp reply;
+    reply.mutable_error()->set_error_code(replyCode);
+    vdifake::Script script;
+    script.code = grpc::StatusCode(status);
+    script.replyBytes = reply.SerializeAsString();
+    server->setScript(kHeartbeat, script);
+
+    VdiDesktopGrpcWorker worker;
+    server.connect(worker);
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::sendHeartResult);
+    worker.sendHeart(tagHeartbeatRequest());
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(1).toBool(), flag);
+    QCOMPARE(spy.at(0).at(0).value<tagHeartbeatReply>().error.errorCode, errorCode);
+}
+
+void TestHeartbeat::serverDownIsAGoodBeat()
+{
+    vditest::TestServer server;  // for its certificate only
+    VdiDesktopGrpcWorker worker;
+    VdiWorkerProbe probe(worker);
+    worker.initConnection(server.pemPath(), QStringLiteral("127.0.0.1"), vditest::unusedPort(), false);
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::sendHeartResult);
+    vditest::LogCapture log;
+    worker.sendHeart(tagHeartbeatRequest());
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(1).toBool(), true);
+    QCOMPARE(spy.at(0).at(0).value<tagHeartbeatReply>().error.errorCode, 14);
+    QVERIFY(log.contains(QStringLiteral("checked grpc server was unavailable, restart now!"), QtInfoMsg));
+    QVERIFY(probe.heartTimerId() != -1);  // a failing beat starts the timer too
+}
+
+void TestHeartbeat::nullStubFailsAndStartsNoTimer()
+{
+    VdiDesktopGrpcWorker worker;
+    VdiWorkerProbe probe(worker);
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::sendHeartResult);
+    worker.startSendHeart();
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(1).toBool(), false);
+    QCOMPARE(spy.at(0).at(0).value<tagHeartbeatReply>().error.errorCode, 5);
+    QCOMPARE(probe.heartTimerId(), -1);
+}
+
+void TestHeartbeat::timer()
+{
+    vditest::TestServer server;
+    VdiDesktopGrpcWorker worker;
+    VdiWorkerProbe probe(worker);
+    server.connect(worker);
+    vditest::LogCapture log;
+
+    // Before any sendHeart a start beats with an empty record.
+    worker.startSendHeart();
+    worker.startSendHeart();
+    QCOMPARE(server->callCount(kHeartbeat), 1);
+    QCOMPARE(log.count(QStringLiteral("heartbeat has started"), QtInfoMsg), 1);
+    const auto empty = server->calls(kHeartbeat).at(0).request<client::HeartbeatReq>();
+    QCOMPARE(empty.client_base_info().vm_id(), int64_t(-1));
+    QVERIFY(empty.vm_ip().empty());
+    QVERIFY(empty.has_client_extend_info());
+    const int timerId = probe.heartTimerId();
+    QVERIFY(timerId != -1);
+
+    // A tick of our timer beats with the kept record; a foreign timer does not.
+    tagHeartbeatRequest request;
+    request.vmIp = QStringLiteral("10.0.0.5");
+    worker.sendHeart(request);
+    QCOMPARE(probe.heartTimerId(), timerId);  // an extra beat leaves the timer alone
+    QTimerEvent tick(timerId);
+    QCoreApplication::sendEvent(&worker, &tick);
+    QTimerEvent foreign(timerId + 1000);
+    QCoreApplication::sendEvent(&worker, &foreign);
+    QCOMPARE(server->callCount(kHeartbeat), 3);
+    QCOMPARE(server->calls(kHeartbeat).at(2).request<client::HeartbeatReq>().vm_ip(), std::string("10.0.0.5"));
+
+    worker.stopSendHeart();
+    QCOMPARE(probe.heartTimerId(), -1);
+    QCOMPARE(probe.heartbeatRequest().vmIp, QStringLiteral("10.0.0.5"));  // kept
+    worker.sendHeart(request);
+    QVERIFY(probe.heartTimerId() != -1);
+}
+
+void TestHeartbeat::facadeRecord()
+{
+    vditest::TestServer server;
+    VdiDesktopGrpcThread facade;
+    VdiThreadProbe cached(facade);
+    server.connect(facade);
+    tagBaseInfo base;
+    base.vmId = 7;
+    base.vmUuid = QStringLiteral("cached-uuid");
+    base.password = QStringLiteral("s3cr3t-p4ss");
+    facade.initBaseInfoParameter(base);
+    tagExtendInfo extend;
+    extend.clientVersion = QStringLiteral("4.5");
+    facade.initExtendInfoParameter(extend);
+    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::recvHeartbeatResultVDT);
+
+    vditest::LogCapture log;
+    facade.sendHeart(QStringLiteral("10.1.1.1"), QString(), -1);
+    facade.sendHeart(QStringLiteral("10.1.1.2"), QStringLiteral("new-uuid"), 9);
+    QTRY_COMPARE(spy.count(), 2);  // arrives: the reply alias is registered by the library
+    QCOMPARE(spy.at(0).at(1).toBool(), true);
+
+    const auto calls = server->calls(kHeartbeat);
+    const auto first = calls.at(0).request<client::HeartbeatReq>();
+    QCOMPARE(first.vm_ip(), std::string("10.1.1.1"));
+    QCOMPARE(first.client_base_info().vm_id(), int64_t(7));      // -1 keeps the cached id
+    QVERIFY(first.client_base_info().vmuuid().empty());          // an empty uuid does not
+    QCOMPARE(first.client_extend_info().client_version(), std::string("4.5"));
+    const auto second = calls.at(1).request<client::HeartbeatReq>();
+    QCOMPARE(second.client_base_info().vm_id(), int64_t(9));
+    QCOMPARE(second.client_base_info().vmuuid(), std::string("new-uuid"));
+    QCOMPARE(cached.baseInfo().vmId, qint64(7));                  // the cache stays
+    QCOMPARE(cached.baseInfo().vmUuid, QStringLiteral("cached-uuid"));
+
+    QVERIFY(log.contains(QStringLiteral("going to send Heart"), QtInfoMsg));
+    QVERIFY(log.contains(QStringLiteral("package request:\n"), QtInfoMsg));
+    QVERIFY(!log.contains(QStringLiteral("s3cr3t-p4ss")));  // the request log is redacted
+    facade.stop();
+}
+
+VDI_TEST_MAIN(TestHeartbeat)
+#include "tst_heartbeat.moc"
