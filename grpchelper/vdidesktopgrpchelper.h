@@ -8,6 +8,7 @@
 #include <grpcpp/support/status.h>
 
 #include "vdigrpcrecords.h"
+#include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
 
 #include "client/client_core.pb.h"
@@ -44,6 +45,22 @@ public:
     static void fromQueryControllerType(const client::WhoAreYouReply& message, tagQueryControllerTypeResp& reply);
     static void fromQueryVmControllerIpResq(const common_message::AgentUseControllerIpResp& message,
                                             tagVmControllerIpResp& reply);
+
+    // Login and desktops.
+    static void toLoginReq(const tagLoginRequest& request, client::LoginReq& message);
+    static void fromLoginResp(const client::LoginResp& message, tagLoginReply& reply);
+    static void grpc2PoolInfo(const client::PoolInfo& message, tagPoolInfo& pool);
+    static void grpc2VMInfo(const client::VmInfo& message, tagVMInfo& vm);
+    static void grpc2VMOperator(const client::ExtendOp& message, tagVMOperator& vmOperator);
+    static void grpc2VMAddress(const client::VmAddress& message, tagVMAddress& address);
+    static void grpc2SnapshotInfo(const client::SnapshotInfo& message, tagSnapshotInfo& snapshot);
+    static void fromApplyForVMResp(const client::ApplyForVmResp& message, tagApplyForVMReply& reply);
+    static void fromOperateForVMResq(const client::OperateForVmResp& message, tagOperateForVMReply& reply);
+    static void fromRecoverVMResq(const client::RecoverVmResp& message, tagRecoverVMReply& reply);
+    static void fromSnapshotResq(const client::SnapshotResp& message, tagSnapshotReply& reply);
+    static void fromApplyForDeviceInfoResq(const client::ApplyForDeviceInfoResp& message, tagApplyForDeviceInfoReply& reply);
+    static void fromDeskTopPoolResq(const client::DeskTopPoolResp& message, tagDeskTopPoolReply& reply);
+    static void fromVmInfoResp(const client::VmDetailInfoResp& message, tagQueryVmInfoResp& reply);
 
     // A repeated wire field into a list, in the wire's order, one entry converter for all.
     template <class Repeated, class Entry, class Convert>

@@ -50,6 +50,14 @@ VdiDesktopGrpcThread::VdiDesktopGrpcThread(QObject* parent)
     connect(this, &T::myStopSendHeart, m_worker, &W::stopSendHeart);
     connect(m_worker, &W::sendHeartResult, this, &T::recvHeartbeatResultVDT);
 
+    // Login and gateway authentication.
+    connect(this, &T::myLogin, m_worker, &W::login);
+    connect(this, &T::myUpdateVmInfoFromServer, m_worker, &W::updateVmInfoFromServer);
+    connect(this, &T::loginGateway, m_worker, &W::loginGateway);
+    connect(m_worker, &W::loginResult, this, &T::loginResult);
+    connect(m_worker, &W::updateVmInfoFromServerResult, this, &T::updateVmInfoFromServerResult);
+    connect(m_worker, &W::inputGatewayAuthInfo, this, &T::inputGatewayAuthInfo);
+
     m_thread.start(QThread::InheritPriority);
     VDI_INFO << "vdi desktop grpc thread start!!!";
 }
@@ -78,6 +86,7 @@ void VdiDesktopGrpcThread::registerMetaTypes()
 
     // Reply aliases of result signals that an application would otherwise have to register.
     qRegisterMetaType<tagHeartbeatReply>("HeartbeatReply");
+    qRegisterMetaType<tagLoginReply>("LoginReply");
 }
 
 void VdiDesktopGrpcThread::initBaseInfoParameter(const tagBaseInfo& info)

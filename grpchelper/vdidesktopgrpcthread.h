@@ -9,6 +9,7 @@
 #include <QThread>
 
 #include "vdigrpcrecords.h"
+#include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
 
 class VdiDesktopGrpcWorker;
@@ -57,6 +58,19 @@ public:
     void queryControllerListForGrpcThread(const QString& serverIp);
     void queryServerIpForVm();
 
+    // Login, answered by loginResult. Each variant stamps its kind of login into the cached
+    // identity (with computerType 0, vmId -1 and an empty vmUuid) before the request goes out.
+    // In a gateway deployment without saved gateway credentials, inputGatewayAuthInfo asks for
+    // them; the application answers by emitting loginGateway(user, password).
+    void login(const QString& deviceId);
+    void login(const QString& name, const QString& password, QString refreshFlag);
+    void loginSMS(const QString& name, const QString& password, const QString& smsCode, const QString& ticket);
+    void login(const VdiGrpc::LoginType& type, const QString& name, const QString& password, const QString& deviceId,
+               const QString& unused1, const QString& smsCode, const QString& unused2);
+    // Fetches the desktop list again with the cached identity, answered by
+    // updateVmInfoFromServerResult. Leaves refreshFlag "1" in the cache until the next login.
+    void updateVmInfoFromServer();
+
     // Heartbeat, answered by recvHeartbeatResultVDT. A vmId of -1 keeps the cached desktop id.
     void sendHeart(const QString& vmIp, const QString& vmUuid, long long vmId);
     void startSendHeart();
@@ -83,6 +97,10 @@ signals:
     void mySendHeart(HeartbeatRequest heartbeatRequest);
     void myStartSendHeart();
     void myStopSendHeart();
+    void myLogin(LoginRequest loginRequest);
+    void myUpdateVmInfoFromServer(LoginRequest loginRequest);
+    // Emitted by the application, in answer to inputGatewayAuthInfo.
+    void loginGateway(QString userName, QString password);
 
     // Results, on the facade's thread.
     void deviceNetworkInfo(QString activeDeviceIP, QString activeDeviceMAC, bool status);
@@ -93,12 +111,17 @@ signals:
     void queryControllerListResultForGrpcThread(QureyControllerListResp reply, bool status, QString serverIp);
     void signalQueryServerIpResult(VmControllerIpResp controllerIpRsp, bool status);
     void recvHeartbeatResultVDT(HeartbeatReply heartbeatReply, bool status);
+    void loginResult(LoginReply reply, bool status);
+    void updateVmInfoFromServerResult(LoginReply reply, bool status);
+    void inputGatewayAuthInfo();
 
     // For the application; no code of the library emits the second.
     void getSessionInfo();
     void saveCurrentVmUuidVDT(QString uuid);
 
 private:
+    void doLogin();
+
     VdiDesktopGrpcWorker* m_worker;
     tagBaseInfo m_baseInfo;
     QThread m_thread;

@@ -11,6 +11,7 @@
 #include <grpcpp/grpcpp.h>
 
 #include "vdigrpcrecords.h"
+#include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
 
 #include "client/client_core.grpc.pb.h"
@@ -69,6 +70,11 @@ signals:
     // Heartbeat.
     void sendHeartResult(HeartbeatReply heartbeatReply, bool status);
 
+    // Login, and the gateway's request for credentials.
+    void loginResult(LoginReply reply, bool status);
+    void updateVmInfoFromServerResult(LoginReply reply, bool status);
+    void inputGatewayAuthInfo();
+
 public slots:
     void initConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish);
     void initGateway();
@@ -88,6 +94,11 @@ public slots:
     void startSendHeart();
     void stopSendHeart();
     void mySendHeart();
+
+    // Login, direct or through the access gateway.
+    void login(const tagLoginRequest& request);
+    void updateVmInfoFromServer(const tagLoginRequest& request);
+    void loginGateway(const QString& user, const QString& password);
 
 protected:
     void timerEvent(QTimerEvent* event) override;
@@ -110,6 +121,10 @@ private:
     void logRequest(const RpcSpec& spec, const Request& request);
     template <class Reply>
     void logReply(const RpcSpec& spec, const Reply& reply);
+
+    void loginInternal(const tagLoginRequest& request);
+    // True when the gateway wants this terminal to authenticate.
+    bool checkAuthStatus();
 
     void startHeartTimer();
     void stopHeartTimer();

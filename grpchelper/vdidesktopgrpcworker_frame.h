@@ -50,6 +50,8 @@ struct RpcSpec {
     CallContext context = CallContext::Standard;
     int* retryDelay = nullptr;          // counter of a stepped deadline
     const char* deadlineText = nullptr; // log line of a stepped deadline
+    bool logAfterCall = false;          // both the request and the reply are logged after the call
+    bool rebuildOnFailure = true;       // a failed status goes through statusCodeToErrorData
 
     static RpcSpec at(const char* function, QtMsgType level = QtInfoMsg)
     {
@@ -95,6 +97,15 @@ struct RpcSpec {
     {
         RpcSpec spec = *this;
         spec.context = kind;
+        return spec;
+    }
+    // The gateway's own calls: both texts logged after the call, and a failure is the
+    // handler's business alone (no error record, no rebuild of the channels).
+    RpcSpec gatewayCall() const
+    {
+        RpcSpec spec = *this;
+        spec.logAfterCall = true;
+        spec.rebuildOnFailure = false;
         return spec;
     }
     RpcSpec stepped(int* counter, const char* text) const
@@ -144,6 +155,11 @@ inline gpr_timespec timespan(int64_t seconds, int32_t nanoseconds)
     return span;
 }
 
+// For handlers that answer with no record of their own.
+struct NoRecord {
+    tagErrorData error;
+};
+
 // For handlers whose reply needs no conversion.
 struct NoConversion {
     template <class Reply, class Record>
@@ -171,16 +187,20 @@ bool VdiDesktopGrpcWorker::unaryCall(const RpcSpec& spec, const std::shared_ptr<
 
     Request request;
     fill(request);
-    logRequest(spec, request);
+    if (!spec.logAfterCall)
+        logRequest(spec, request);
 
     out.status = (stub.get()->*rpc)(context.get(), request, &out.reply);
     out.called = true;
+    if (spec.logAfterCall)
+        logRequest(spec, request);
     logReply(spec, out.reply);
 
     if (!out.status.ok()) {
         if (hooks.onFailure)
             hooks.onFailure();
-        statusCodeToErrorData(out.status, out.record.error);
+        if (spec.rebuildOnFailure)
+            statusCodeToErrorData(out.status, out.record.error);
         out.flag = false;
     } else {
         convert(out.reply, out.record);

@@ -1,0 +1,282 @@
+// Conversions of the login and of desktops: pools, virtual machines and their policies.
+#include "vdidesktopgrpchelper.h"
+
+#include "vdilog.h"
+
+using H = VdiDesktopGrpcHelper;
+
+namespace {
+
+// Expiry times are read on their low 32 bits: 0 means "none set" (-2), -3 means "expired" (0).
+int expiryCode(int64_t wire)
+{
+    const auto low = static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(wire) & 0xffffffffu));
+    if (low == 0)
+        return -2;
+    if (low == -3)
+        return 0;
+    return low;
+}
+
+// Texts of a repeated string field, as they stand.
+template <class Repeated>
+void appendTexts(const Repeated& items, QList<QString>& list)
+{
+    for (const std::string& item : items)
+        list.append(H::fromStdString(item));
+}
+
+void grpc2ControlPolicy(const client::ControlPolicy& message, tagControlPolicy& policy)
+{
+    const client::SharePolicy& share = message.share_policy();
+    policy.drivers = share.drivers();
+    policy.clipboard = share.clipboard();
+    policy.rdpClipboard = share.rdp_clipboard();
+    policy.vdpClipboard = share.vdp_clipboard();
+    policy.printers = share.printers();
+    policy.smartCard = share.smart_card();
+    policy.comports = share.comports();
+    policy.pnpDevice = share.pnp_device();
+    policy.redirectCamera = share.redirectcamera();
+
+    const client::USBPolicy& usb = message.usb_policy();
+    policy.usbEnable = usb.enable();
+    policy.usbRedirectStorage = usb.usbredirectstorage();
+    policy.usbRedirectCamera = usb.usbredirectcamera();
+    policy.usbRedirectScanner = usb.usbredirectscanner();
+    policy.usbRedirectPrinter = usb.usbredirectprinter();
+    policy.usbRedirectSmartCard = usb.usbredirectsmartcard();
+    policy.usbRedirectOther = usb.usbredirectother();
+    policy.usbRedirectCommunications = usb.usbredirectcommunications();
+    policy.usbRedirectBridgeClass = usb.usbredirectbridgeclass();
+    policy.usbRedirectWirelessController = usb.usbredirectwirelesscontroller();
+    policy.usbRedirectVendorSpecific = usb.usbredirectvendorspecific();
+    policy.storeReadonly = usb.store_readonly();
+    appendTexts(usb.policy_list(), policy.policyList);
+
+    policy.serialEnable = message.serial_policy().enable();
+    H::fromRepeated(message.mix_cal_policy().program_list(), policy.programList,
+                    [](const client::Program& item, tagMixCalProgram& program) {
+                        program.name = H::fromStdString(item.name());
+                        program.path = H::fromStdString(item.path());
+                        program.parameter = H::fromStdString(item.parameter());
+                        program.icon = H::fromStdString(item.icon());
+                    });
+
+    const client::WatermarkPolicy& watermark = message.watermark_policy();
+    policy.color = H::fromStdString(watermark.color());
+    policy.userDefine = H::fromStdString(watermark.user_define());
+    policy.watermarkEnable = watermark.enable();
+    policy.showIp = watermark.show_ip();
+    policy.showMac = watermark.show_mac();
+    policy.showTime = watermark.show_time();
+    policy.fullScreen = watermark.full_screen();
+    policy.fontSize = watermark.font_size();
+    policy.transparent = watermark.transparent();
+    policy.showUserName = watermark.show_user_name();
+    policy.showComptName = watermark.show_compt_name();
+    policy.rotationAngle = watermark.rotation_angle();
+    policy.showLoginName = watermark.show_login_name();
+    policy.showDesktopPoolName = watermark.show_desktop_pool_name();
+    policy.showSystemName = watermark.show_system_name();
+    policy.showPosition = watermark.show_position();
+
+    policy.videoEncode = message.video_policy().videoencode();
+    policy.spiceTls = message.video_policy().spicetls();
+    policy.reconnectionNetworkTime = message.reconnection_network_time();
+    policy.parallelEnable = message.parallel_policy().enable();
+}
+
+} // namespace
+
+void VdiDesktopGrpcHelper::toLoginReq(const tagLoginRequest& request, client::LoginReq& message)
+{
+    baseInfo2Grpc(request.baseInfo, *message.mutable_client_base_info());
+    extendInfo2Grpc(request.extendInfo, *message.mutable_client_extend_info());
+}
+
+void VdiDesktopGrpcHelper::grpc2VMOperator(const client::ExtendOp& message, tagVMOperator& vmOperator)
+{
+    vmOperator.shudown = message.shudown();
+    vmOperator.reboot = message.reboot();
+    vmOperator.powerOffReboot = message.power_off_reboot();
+    vmOperator.powerOff = message.power_off();
+    vmOperator.backHome = message.back_home();
+    vmOperator.disconnection = message.disconnection();
+    vmOperator.clientCtrlAltDel = message.client_ctrl_alt_del();
+    vmOperator.logoutUser = message.logout_user();
+    vmOperator.snapshot = message.snapshot();
+    vmOperator.networkDetection = message.network_detection();
+    vmOperator.interactShutdown = message.interact_shutdown();
+    vmOperator.clientOccupy = message.client_occupy();
+    vmOperator.modifyName = message.modify_name();
+}
+
+// Addresses are trimmed, and an address that is then empty is dropped.
+void VdiDesktopGrpcHelper::grpc2VMAddress(const client::VmAddress& message, tagVMAddress& address)
+{
+    address.mac = fromStdString(message.mac());
+    for (const std::string& ip : message.ip_list()) {
+        const QString trimmed = fromStdString(ip).trimmed();
+        if (!trimmed.isEmpty())
+            address.ipList.append(trimmed);
+    }
+}
+
+void VdiDesktopGrpcHelper::grpc2SnapshotInfo(const client::SnapshotInfo& message, tagSnapshotInfo& snapshot)
+{
+    snapshot.name = fromStdString(message.name());
+    snapshot.description = fromStdString(message.description());
+}
+
+void VdiDesktopGrpcHelper::grpc2PoolInfo(const client::PoolInfo& message, tagPoolInfo& pool)
+{
+    pool.id = message.id();
+    pool.name = fromStdString(message.name());
+    pool.status = message.status();
+    pool.type = message.type();
+    pool.vmOsVersion = fromStdString(message.vm_os_version());
+    pool.vmOsType = message.vm_os_type();
+    pool.templetId = message.templetid();
+    pool.offlineDate = message.offlinedate();
+    pool.recoverMode = message.recovermode();
+    pool.computerType = message.computer_type();
+    pool.poolExpireTime = expiryCode(message.pool_expire_time());
+    pool.serverAddress = fromStdString(message.server_address());
+    pool.serverPort = fromStdString(message.server_port());
+    pool.gatewayAccessStrategy = QString::number(message.gateway_access_strategy(), 10);
+    pool.resourceName = fromStdString(message.resource_name());
+
+    fromRepeated(message.vm_list(), pool.vmList, [&pool](const client::Vm& item, tagVM& vm) {
+        vm.vmId = item.vm_id();
+        vm.vmName = fromStdString(item.vm_name());
+        vm.vmStatus = fromStdString(item.vm_status());
+        vm.osVersion = fromStdString(item.os_version());
+        vm.osType = item.os_type();
+        vm.isPortEnable = item.is_port_enable();
+        vm.vmUuid = fromStdString(item.vmuuid());
+        vm.vmExpireTime = expiryCode(item.vm_expire_time());
+        vm.resourceName = pool.resourceName;
+        fromRepeated(item.address_list(), vm.addressList, &H::grpc2VMAddress);
+        grpc2VMOperator(item.extend_op(), vm.vmOperator);
+        fromRepeated(item.snapshot_list(), vm.snapshotList, &H::grpc2SnapshotInfo);
+    });
+    grpc2VMOperator(message.extend_op(), pool);
+}
+
+void VdiDesktopGrpcHelper::fromLoginResp(const client::LoginResp& message, tagLoginReply& reply)
+{
+    grpc2ErrorData(message.error(), reply.error);
+    reply.domain = fromStdString(message.domain());
+    reply.netBIOS = fromStdString(message.netbios());
+    reply.updateInterval = message.update_interval();
+    reply.startTimeout = message.start_timeout();
+    reply.authType = message.auth_type();
+    reply.name = fromStdString(message.name());
+    reply.password = fromStdString(message.password());
+    reply.dueDate = message.due_date();
+    reply.userExpireTime = message.user_expire_time();
+    reply.userId = message.user_id();
+    reply.smsAuthIsReLogin = message.smsauthisrelogin();
+    reply.smsTimout = message.smstimout();
+    reply.isOpenldap = message.isopenldap();
+    reply.headShot = fromStdString(message.headshot());
+    reply.userLoginName = fromStdString(message.userloginname());
+    reply.userPassword = fromStdString(message.userpassword());
+    reply.spmIdBinding = message.spmidbinding();
+
+    reply.poolList.reserve(message.pool_list_size() + message.ex_pool_list_size());
+    fromRepeated(message.pool_list(), reply.poolList, &H::grpc2PoolInfo);
+    fromRepeated(message.ex_pool_list(), reply.poolList, [](const client::PoolInfo& item, tagPoolInfo& pool) {
+        grpc2PoolInfo(item, pool);
+        pool.isExPool = true;
+    });
+}
+
+void VdiDesktopGrpcHelper::grpc2VMInfo(const client::VmInfo& message, tagVMInfo& vm)
+{
+    vm.vmId = message.vm_id();
+    vm.vmName = fromStdString(message.vm_name());
+    vm.vmStatus = fromStdString(message.vm_status());
+    vm.vmIsUsed = fromStdString(message.vm_is_used());
+    vm.vmUuid = fromStdString(message.vmuuid());
+    appendTexts(message.ip_list(), vm.ipList);  // as they stand, unlike the address list
+    vm.osVersion = fromStdString(message.os_version());
+    vm.osType = message.os_type();
+    vm.isPortEnable = message.is_port_enable();
+    vm.domainName = fromStdString(message.domain_name());
+    grpc2VMOperator(message.extend_op(), vm.vmOperator);
+
+    // Every member of the policy is read from the wire: an absent group gives zeros and empty
+    // texts, not the record's defaults.
+    tagControlPolicy policy;
+    grpc2ControlPolicy(message.control_policy(), policy);
+    vm.controlPolicy = policy;
+
+    fromRepeated(message.address_list(), vm.addressList, &H::grpc2VMAddress);
+}
+
+void VdiDesktopGrpcHelper::fromApplyForVMResp(const client::ApplyForVmResp& message, tagApplyForVMReply& reply)
+{
+    grpc2VMInfo(message.vm(), reply.vmInfo);
+    reply.name = fromStdString(message.name());
+    reply.password = fromStdString(message.password());
+    reply.hostIp = fromStdString(message.host_ip());
+    appendTexts(message.host_ips(), reply.hostIps);
+    reply.spicePassword = fromStdString(message.spice_password());
+    reply.userGroup = fromStdString(message.user_group());
+    reply.userNameOrDeviceName = fromStdString(message.usernameordevicename());
+    appendTexts(message.grouplist(), reply.grouplist);
+    grpc2ErrorData(message.error(), reply.error);
+}
+
+void VdiDesktopGrpcHelper::fromOperateForVMResq(const client::OperateForVmResp& message, tagOperateForVMReply& reply)
+{
+    grpc2VMInfo(message.vm(), reply.vmInfo);
+    reply.spicePort = fromStdString(message.spice_port());
+    reply.hostIp = fromStdString(message.hostip());
+    grpc2ErrorData(message.error(), reply.error);
+    reply.gatewayToken = fromStdString(message.gatewaytoken());
+    reply.tlsPort = fromStdString(message.tlsport());
+}
+
+void VdiDesktopGrpcHelper::fromRecoverVMResq(const client::RecoverVmResp& message, tagRecoverVMReply& reply)
+{
+    reply.vmId = message.vm_id();
+    reply.progress = message.progress();
+    grpc2ErrorData(message.error(), reply.error);
+    reply.vmUuid = fromStdString(message.vmuuid());
+}
+
+void VdiDesktopGrpcHelper::fromSnapshotResq(const client::SnapshotResp& message, tagSnapshotReply& reply)
+{
+    fromRepeated(message.snapshot_list(), reply.snapshotList, &H::grpc2SnapshotInfo);
+    grpc2ErrorData(message.error(), reply.error);
+}
+
+void VdiDesktopGrpcHelper::fromApplyForDeviceInfoResq(const client::ApplyForDeviceInfoResp& message,
+                                                      tagApplyForDeviceInfoReply& reply)
+{
+    fromRepeated(message.device_list(), reply.deviceList, [](const client::Device& item, tagDevice& device) {
+        device.deviceId = H::fromStdString(item.device_id());
+        grpc2VMAddress(item.vm_address(), device.address);
+    });
+    grpc2ErrorData(message.error(), reply.error);
+}
+
+void VdiDesktopGrpcHelper::fromDeskTopPoolResq(const client::DeskTopPoolResp& message, tagDeskTopPoolReply& reply)
+{
+    grpc2PoolInfo(message.pool(), reply.pool);
+    grpc2ErrorData(message.error(), reply.error);
+}
+
+void VdiDesktopGrpcHelper::fromVmInfoResp(const client::VmDetailInfoResp& message, tagQueryVmInfoResp& reply)
+{
+    reply.memSize = static_cast<int>(message.memsize());
+    reply.memRate = fromStdString(message.memrate());
+    reply.cpuSize = static_cast<int>(message.cpusize());
+    reply.cpuRate = fromStdString(message.cpurate());
+    grpc2ErrorData(message.error(), reply.error);
+    VDI_DEBUG << " reply:" << reply.cpuRate << "   , " << reply.memRate << "  , " << reply.cpuSize << "   , "
+              << reply.memSize;
+}

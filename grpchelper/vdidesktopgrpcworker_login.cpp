@@ -1,0 +1,141 @@
+// Handlers of the login, direct to a controller or through an access gateway, and of the
+// refresh of the desktop list.
+#include "vdidesktopgrpcworker_frame.h"
+
+#include "basesettings.h"
+
+namespace {
+using H = VdiDesktopGrpcHelper;
+
+const char* const kGatewayLoginFailed = "认证网关失败";
+const char* const kLoginTooSlow = " 服务器响应登录请求超时，请稍后重试 ";
+
+void fillLogin(const tagLoginRequest& request, client::LoginReq& message)
+{
+    H::toLoginReq(request, message);
+}
+} // namespace
+
+void VdiDesktopGrpcWorker::login(const tagLoginRequest& request)
+{
+    if (interruptionRequested(__FUNCTION__))
+        return;
+    if (m_serverType != BaseSettings::Gateway) {
+        loginInternal(request);
+        return;
+    }
+    if (!stubGateway) {
+        tagLoginReply reply;
+        if (answerNullStub(__FUNCTION__, "gateway stub null", NullStub::Answer, reply.error))
+            emit loginResult(reply, false);
+        return;
+    }
+    // A failed check reads as "no authentication needed": the login then decides by itself.
+    if (!checkAuthStatus()) {
+        VDI_INFO << "no need auth gateway, login now";
+        loginInternal(request);
+        return;
+    }
+    m_loginRequest = request;
+    getGatewayAuthInfo(m_gatewayUser, m_gatewayPasswd);
+    if (!m_gatewayUser.isEmpty() && !m_gatewayPasswd.isEmpty()) {
+        VDI_INFO << "auto login gateway";
+        loginGateway(m_gatewayUser, m_gatewayPasswd);
+        return;
+    }
+    // Parked until the application answers with the facade's loginGateway.
+    emit inputGatewayAuthInfo();
+}
+
+void VdiDesktopGrpcWorker::loginInternal(const tagLoginRequest& request)
+{
+    const RpcSpec spec = RpcSpec::at(__FUNCTION__).labels(" package request:\n", " package reply:\n");
+    RpcResult<client::LoginResp, tagLoginReply> call;
+    if (!unaryCall(spec, stub, &client::ClientCore::Stub::Login,
+                   [&request](client::LoginReq& message) { fillLogin(request, message); }, &H::fromLoginResp, call, {}))
+        return;
+    // A server that answers the network but reports a timeout has only been too slow.
+    if (call.called && vdiframe::replyErrorCode(call.reply) == 4 && tryConnetRemoteHost())
+        call.record.error.errorMsgZh = QString::fromUtf8(kLoginTooSlow);
+    emit loginResult(call.record, call.flag);
+}
+
+void VdiDesktopGrpcWorker::updateVmInfoFromServer(const tagLoginRequest& request)
+{
+    const RpcSpec spec = RpcSpec::at(__FUNCTION__, QtDebugMsg);
+    RpcResult<client::LoginResp, tagLoginReply> call;
+    if (unaryCall(spec, stub, &client::ClientCore::Stub::Login,
+                  [&request](client::LoginReq& message) { fillLogin(request, message); }, &H::fromLoginResp, call, {}))
+        emit updateVmInfoFromServerResult(call.record, call.flag);
+}
+
+bool VdiDesktopGrpcWorker::checkAuthStatus()
+{
+    const RpcSpec spec = RpcSpec::at(__FUNCTION__, QtDebugMsg)
+                             .labels("check gateway auth request:\n", "check gateway auth reply:\n")
+                             .onNullStub("stubGateway is null, do nothing.", NullStub::Ignore)
+                             .gatewayCall();
+    RpcResult<gateway::CheckAuthStatusResp, vdiframe::NoRecord> call;
+    // The terminal's real address is never sent here.
+    auto fill = [](gateway::CheckAuthStatusReq& message) {
+        message.set_ip("0.0.0.0");
+        message.set_mac("0:0:0:0");
+        message.set_client_type("0");
+    };
+    if (!unaryCall(spec, stubGateway, &gateway::GatewayCore::Stub::CheckAuthStatus, fill, vdiframe::NoConversion(), call, {}))
+        return false;
+    if (!call.status.ok()) {
+        VDI_CRITICAL << "check gateway auth status error: " << call.status.error_message().c_str();
+        return false;
+    }
+    const bool needed = call.reply.auth_status() != 0;
+    VDI_INFO << "gateway auth status " << (needed ? "true" : "false");
+    return needed;
+}
+
+void VdiDesktopGrpcWorker::loginGateway(const QString& user, const QString& password)
+{
+    if (interruptionRequested(__FUNCTION__))
+        return;
+    if (user.isEmpty() || password.isEmpty()) {
+        VDI_WARNING << "user or password empty, cancel login";
+        tagLoginReply reply;
+        reply.error.errorMsgZh = QString::fromUtf8(kGatewayLoginFailed);
+        emit loginResult(reply, false);
+        return;
+    }
+    const RpcSpec spec = RpcSpec::at(__FUNCTION__, QtDebugMsg)
+                             .labels("login gateway request:\n", "login gateway reply:\n")
+                             .onNullStub("stubGateway is null, do nothing.", NullStub::Ignore)
+                             .gatewayCall();
+    RpcResult<gateway::LoginGatewayResp, vdiframe::NoRecord> call;
+    auto fill = [&user, &password](gateway::LoginGatewayReq& message) {
+        message.mutable_client_base_info()->set_name(user.toStdString());
+        message.mutable_client_base_info()->set_password(password.toStdString());
+        message.mutable_client_extend_info();
+    };
+    if (!unaryCall(spec, stubGateway, &gateway::GatewayCore::Stub::LoginGateway, fill, vdiframe::NoConversion(), call, {}))
+        return;
+
+    // The token decides, whatever the status says.
+    if (!call.reply.gw_access_token().empty()) {
+        VDI_INFO << "login gateway success";
+        m_gatewayToken = call.reply.gw_access_token();
+        m_gatewayUser = user;
+        m_gatewayPasswd = password;
+        saveGatewayInfo();
+        loginInternal(m_loginRequest);
+        return;
+    }
+    VDI_CRITICAL << "token empty, login gateway error, " << call.status.error_message().c_str() << "error code "
+                 << call.reply.error().error_code();
+    tagLoginReply reply;
+    reply.error.errorMsgZh = QString::fromUtf8(kGatewayLoginFailed);
+    if (!call.reply.error().error_msg_zh().empty())
+        reply.error.errorMsgZh += QLatin1Char(' ') + H::fromStdString(call.reply.error().error_msg_zh());
+    emit loginResult(reply, false);
+    // Refused credentials are forgotten; the token stays.
+    m_gatewayUser.clear();
+    m_gatewayPasswd.clear();
+    saveGatewayInfo();
+}
