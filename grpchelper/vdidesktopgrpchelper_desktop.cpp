@@ -26,6 +26,21 @@ void appendTexts(const Repeated& items, QList<QString>& list)
         list.append(H::fromStdString(item));
 }
 
+// The fields that a pool's desktop (client::Vm) and an operation's desktop (client::VmInfo) share.
+template <class Desktop>
+void grpc2DesktopCore(const Desktop& message, tagVMInfo& vm)
+{
+    vm.vmId = message.vm_id();
+    vm.vmName = H::fromStdString(message.vm_name());
+    vm.vmStatus = H::fromStdString(message.vm_status());
+    vm.vmUuid = H::fromStdString(message.vmuuid());
+    vm.osVersion = H::fromStdString(message.os_version());
+    vm.osType = message.os_type();
+    vm.isPortEnable = message.is_port_enable();
+    H::fromRepeated(message.address_list(), vm.addressList, &H::grpc2VMAddress);
+    H::grpc2VMOperator(message.extend_op(), vm.vmOperator);
+}
+
 void grpc2ControlPolicy(const client::ControlPolicy& message, tagControlPolicy& policy)
 {
     const client::SharePolicy& share = message.share_policy();
@@ -148,17 +163,9 @@ void VdiDesktopGrpcHelper::grpc2PoolInfo(const client::PoolInfo& message, tagPoo
     pool.resourceName = fromStdString(message.resource_name());
 
     fromRepeated(message.vm_list(), pool.vmList, [&pool](const client::Vm& item, tagVM& vm) {
-        vm.vmId = item.vm_id();
-        vm.vmName = fromStdString(item.vm_name());
-        vm.vmStatus = fromStdString(item.vm_status());
-        vm.osVersion = fromStdString(item.os_version());
-        vm.osType = item.os_type();
-        vm.isPortEnable = item.is_port_enable();
-        vm.vmUuid = fromStdString(item.vmuuid());
+        grpc2DesktopCore(item, vm);
         vm.vmExpireTime = expiryCode(item.vm_expire_time());
         vm.resourceName = pool.resourceName;
-        fromRepeated(item.address_list(), vm.addressList, &H::grpc2VMAddress);
-        grpc2VMOperator(item.extend_op(), vm.vmOperator);
         fromRepeated(item.snapshot_list(), vm.snapshotList, &H::grpc2SnapshotInfo);
     });
     grpc2VMOperator(message.extend_op(), pool);
@@ -195,25 +202,16 @@ void VdiDesktopGrpcHelper::fromLoginResp(const client::LoginResp& message, tagLo
 
 void VdiDesktopGrpcHelper::grpc2VMInfo(const client::VmInfo& message, tagVMInfo& vm)
 {
-    vm.vmId = message.vm_id();
-    vm.vmName = fromStdString(message.vm_name());
-    vm.vmStatus = fromStdString(message.vm_status());
+    grpc2DesktopCore(message, vm);
     vm.vmIsUsed = fromStdString(message.vm_is_used());
-    vm.vmUuid = fromStdString(message.vmuuid());
     appendTexts(message.ip_list(), vm.ipList);  // as they stand, unlike the address list
-    vm.osVersion = fromStdString(message.os_version());
-    vm.osType = message.os_type();
-    vm.isPortEnable = message.is_port_enable();
     vm.domainName = fromStdString(message.domain_name());
-    grpc2VMOperator(message.extend_op(), vm.vmOperator);
 
     // Every member of the policy is read from the wire: an absent group gives zeros and empty
     // texts, not the record's defaults.
     tagControlPolicy policy;
     grpc2ControlPolicy(message.control_policy(), policy);
     vm.controlPolicy = policy;
-
-    fromRepeated(message.address_list(), vm.addressList, &H::grpc2VMAddress);
 }
 
 void VdiDesktopGrpcHelper::fromApplyForVMResp(const client::ApplyForVmResp& message, tagApplyForVMReply& reply)
