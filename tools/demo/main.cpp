@@ -1,7 +1,14 @@
 // vdi-demo: short sessions of an application against the bundled simulator, once with a
 // controller reached directly and once through an access gateway. It starts vdi-simulator on
-// 127.0.0.1, drives the public VdiDesktopGrpcThread as an application would and tells in plain
-// words what happened at each step. The library's own log goes to a file.
+// 127.0.0.1, drives the public VdiDesktopGrpcThread as an application would (discovery, login,
+// the desktop list, heartbeat) and tells in plain words what happened at each step. The
+// library's own log goes to a file.
+//
+// The library keeps the gateway's token and credentials in <Documents>/gateway/. The demo runs
+// with HOME and XDG_CONFIG_HOME pointing at a temporary directory, so that the user's own
+// Documents folder is never touched.
+#include <QCommandLineOption>
+#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -9,12 +16,17 @@
 #include <QFile>
 #include <QMutex>
 #include <QProcess>
+#include <QSettings>
+#include <QStandardPaths>
 #include <QStringList>
+#include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
 
 #include <cstdio>
+#include <memory>
 
+#include "deployment.h"
 #include "vdidesktopgrpcthread.h"
 
 namespace {
@@ -82,6 +94,62 @@ void say(const QString& text)
     std::fflush(stdout);
 }
 
+// Who logs in: to the controller, and to the access gateway in gateway deployments.
+struct Credentials {
+    QString user;
+    QString password;
+    QString gatewayUser;
+    QString gatewayPassword;
+};
+
+QString expiryText(int poolExpireTime)
+{
+    switch (poolExpireTime) {
+    case -2:
+        return QStringLiteral("none");
+    case -1:
+        return QStringLiteral("not reported");
+    case 0:
+        return QStringLiteral("expired");
+    default:
+        return QStringLiteral("%1 day(s) left").arg(poolExpireTime);
+    }
+}
+
+int desktopCount(const LoginReply& reply)
+{
+    int n = 0;
+    for (const tagPoolInfo& pool : reply.poolList)
+        n += pool.vmList.size();
+    return n;
+}
+
+// The user's pools, one line each, and their desktops indented below.
+void printPools(const LoginReply& reply)
+{
+    say(QStringLiteral("     %1 %2 %3 %4")
+            .arg(QStringLiteral("Pool").leftJustified(28), QStringLiteral("Extra").leftJustified(6),
+                 QStringLiteral("Expiry").leftJustified(16), QStringLiteral("Desktops")));
+    for (const tagPoolInfo& pool : reply.poolList) {
+        say(QStringLiteral("     %1 %2 %3 %4")
+                .arg(pool.name.leftJustified(28), (pool.isExPool ? QStringLiteral("yes") : QStringLiteral("no")).leftJustified(6),
+                     expiryText(pool.poolExpireTime).leftJustified(16))
+                .arg(pool.vmList.size()));
+        for (const tagVM& vm : pool.vmList) {
+            QStringList ips;
+            for (const tagVMAddress& address : vm.addressList)
+                ips << address.ipList;
+            QString line = QStringLiteral("       - %1 %2 %3 %4")
+                               .arg(vm.vmName.leftJustified(22), vm.vmStatus.leftJustified(10),
+                                    (ips.isEmpty() ? QStringLiteral("no address") : ips.join(QStringLiteral(", "))).leftJustified(15),
+                                    vm.vmUuid);
+            if (!vm.snapshotList.isEmpty())
+                line += QStringLiteral("  (%1 snapshot(s))").arg(vm.snapshotList.size());
+            say(line);
+        }
+    }
+}
+
 QString outcome(bool status, const tagErrorData& error)
 {
     if (status)
@@ -133,7 +201,7 @@ struct Simulator {
 };
 
 // One session against a simulator in the given mode; returns the number of failed steps.
-int runSession(const QString& mode)
+int runSession(const QString& mode, const Credentials& credentials)
 {
     say(QStringLiteral("\n== Session against a simulated %1 ==").arg(mode));
     Simulator simulator;
@@ -153,11 +221,19 @@ int runSession(const QString& mode)
             ++failures;
         }
     };
+    // For steps the rest of the session builds on: a refusal counts as a failure too.
+    auto mustSucceed = [&failures](bool ok, const QString& what) {
+        if (!ok) {
+            say(QStringLiteral("  FAILED: %1").arg(what));
+            ++failures;
+        }
+    };
+    const bool gatewayMode = mode == QLatin1String("gateway");
     {
         VdiDesktopGrpcThread facade;
         tagBaseInfo base;
-        base.name = QStringLiteral("demo-user");
-        base.password = QStringLiteral("demo-password");
+        base.name = credentials.user;
+        base.password = credentials.password;
         base.deviceName = QStringLiteral("demo-terminal");
         base.clientType = QStringLiteral("1");
         facade.initBaseInfoParameter(base);
@@ -209,12 +285,79 @@ int runSession(const QString& mode)
              }),
              QStringLiteral("the device configuration query"));
 
+        // Login. Through a gateway, the library first asks the application for the gateway's
+        // credentials (none are saved yet in this fresh home) and logs in to the gateway.
+        bool askedForGateway = false;
+        const QMetaObject::Connection askConnection =
+            QObject::connect(&facade, &VdiDesktopGrpcThread::inputGatewayAuthInfo, &facade, [&]() {
+                if (askedForGateway) {
+                    // Answered once already: the same credentials would not do better.
+                    say(QStringLiteral("   The library asks for the gateway's credentials again; the demo has no others."));
+                    return;
+                }
+                askedForGateway = true;
+                say(QStringLiteral("5. The library asks for the access gateway's user and password (none saved yet); "
+                                   "the demo answers as \"%1\".")
+                        .arg(credentials.gatewayUser));
+                emit facade.loginGateway(credentials.gatewayUser, credentials.gatewayPassword);
+            });
+        if (!gatewayMode)
+            say(QStringLiteral("5. No gateway in this deployment: the login goes straight to the controller."));
+        bool loggedIn = false;
+        LoginReply loginReply;
+        facade.login(credentials.user, credentials.password, QStringLiteral("0"));
+        const bool loginAnswered =
+            awaitAnswer(facade, &VdiDesktopGrpcThread::loginResult, [&](LoginReply reply, bool status) {
+                loggedIn = status;
+                loginReply = reply;
+                if (status)
+                    say(QStringLiteral("6. Logged in as \"%1\" (user id %2, domain %3%4): %5 pool(s), %6 desktop(s).")
+                            .arg(reply.name)
+                            .arg(reply.userId)
+                            .arg(reply.domain, gatewayMode ? QStringLiteral(", through the gateway") : QString())
+                            .arg(reply.poolList.size())
+                            .arg(desktopCount(reply)));
+                else
+                    say(QStringLiteral("6. Login as \"%1\" refused: %2 (code %3).")
+                            .arg(credentials.user,
+                                 reply.error.errorMsgEn.isEmpty()
+                                     ? reply.error.errorMsgZh
+                                     : QStringLiteral("%1 / %2").arg(reply.error.errorMsgZh, reply.error.errorMsgEn))
+                            .arg(reply.error.errorCode));
+            });
+        QObject::disconnect(askConnection);
+        step(loginAnswered, QStringLiteral("the login"));
+        if (loginAnswered)
+            mustSucceed(loggedIn, QStringLiteral("the login did not succeed"));
+        if (gatewayMode)
+            mustSucceed(askedForGateway, QStringLiteral("the library never asked for the gateway's credentials"));
+
+        if (loggedIn) {
+            say(QStringLiteral("7. The pools and desktops of \"%1\":").arg(loginReply.name));
+            printPools(loginReply);
+            mustSucceed(!loginReply.poolList.isEmpty(), QStringLiteral("the user has no pools"));
+
+            facade.updateVmInfoFromServer();
+            step(awaitAnswer(facade, &VdiDesktopGrpcThread::updateVmInfoFromServerResult,
+                             [&](LoginReply reply, bool status) {
+                                 say(QStringLiteral("8. Desktop list fetched again: %1 pool(s), %2 desktop(s) (%3).")
+                                         .arg(reply.poolList.size())
+                                         .arg(desktopCount(reply))
+                                         .arg(outcome(status, reply.error)));
+                                 mustSucceed(status && reply.poolList.size() == loginReply.poolList.size(),
+                                             QStringLiteral("the refreshed desktop list differs from the login's"));
+                             }),
+                 QStringLiteral("the desktop list refresh"));
+        } else {
+            say(QStringLiteral("7./8. Not logged in: no pools to show, no desktop list to fetch again."));
+        }
+
         facade.queryGatewayInfo();
         step(awaitAnswer(facade, &VdiDesktopGrpcThread::queryGatewayInfoResult, [](GatewayInfoResp reply, bool status) {
                  QStringList names;
                  for (const tagGatewayInfo& gateway : qAsConst(reply.gatewayList))
                      names << QStringLiteral("%1 at %2 (VDP %3, RDP %4)").arg(gateway.name, gateway.publicIp, gateway.vdpPort, gateway.rdpPort);
-                 say(QStringLiteral("5. Gateways: %1 (%2).")
+                 say(QStringLiteral("9. Gateways: %1 (%2).")
                          .arg(names.isEmpty() ? QStringLiteral("none") : names.join(QStringLiteral("; ")), outcome(status, reply.error)));
              }),
              QStringLiteral("the gateway list query"));
@@ -225,19 +368,19 @@ int runSession(const QString& mode)
                              QStringList names;
                              for (const tagResourceInfo& resource : qAsConst(reply.resourceList))
                                  names << QStringLiteral("%1%2").arg(resource.name, resource.gateway ? QStringLiteral(" (gateway)") : QString());
-                             say(QStringLiteral("6. Controllers known to %1: %2 (%3).")
+                             say(QStringLiteral("10. Controllers known to %1: %2 (%3).")
                                      .arg(serverIp, names.join(QStringLiteral(", ")), outcome(status, reply.error)));
                          }),
              QStringLiteral("the controller list query"));
 
         facade.sendHeart(facade.getLocalIP(), QString(), -1);
         step(awaitAnswer(facade, &VdiDesktopGrpcThread::recvHeartbeatResultVDT, [](HeartbeatReply reply, bool status) {
-                 say(QStringLiteral("7. Heartbeat sent; the next one follows in five minutes (%1).").arg(outcome(status, reply.error)));
+                 say(QStringLiteral("11. Heartbeat sent; the next one follows in five minutes (%1).").arg(outcome(status, reply.error)));
              }),
              QStringLiteral("the heartbeat"));
 
         facade.stop();
-        say(QStringLiteral("8. Stopped: pending calls cancelled, the worker thread has ended."));
+        say(QStringLiteral("12. Stopped: pending calls cancelled, the worker thread has ended."));
     }
     simulator.stop();
     return failures;
@@ -247,15 +390,68 @@ int runSession(const QString& mode)
 
 int main(int argc, char* argv[])
 {
+    // A home of its own for the whole run, set before the application object reads the
+    // environment: the library's gateway settings land in <home>/Documents/gateway/, not in
+    // the user's Documents folder. Removed when the demo ends.
+    QTemporaryDir home(QDir::tempPath() + QStringLiteral("/vdi-demo-home-XXXXXX"));
+    if (!home.isValid()) {
+        std::fputs("vdi-demo: cannot create a temporary home directory\n", stderr);
+        return 1;
+    }
+    const QString homePath = home.path();
+    QDir().mkpath(homePath + QStringLiteral("/Documents"));
+    QDir().mkpath(homePath + QStringLiteral("/.config"));
+    qputenv("HOME", QFile::encodeName(homePath));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(homePath + QStringLiteral("/.config")));
+
     QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vdi-demo"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Runs a controller session and a gateway session of libvdidesktopgrpc against vdi-simulator."));
+    parser.addHelpOption();
+    const QCommandLineOption userOption(QStringLiteral("user"), QStringLiteral("Controller user to log in as."),
+                                        QStringLiteral("NAME"), QString::fromUtf8(vdifake::SimulatedDeployment::kDefaultUserName));
+    const QCommandLineOption passwordOption(QStringLiteral("password"), QStringLiteral("Its password."),
+                                            QStringLiteral("PASSWORD"),
+                                            QString::fromUtf8(vdifake::SimulatedDeployment::kDefaultUserPassword));
+    const QCommandLineOption gatewayUserOption(QStringLiteral("gateway-user"),
+                                               QStringLiteral("Access gateway user, given when the library asks."),
+                                               QStringLiteral("NAME"),
+                                               QString::fromUtf8(vdifake::SimulatedDeployment::kDefaultGatewayUserName));
+    const QCommandLineOption gatewayPasswordOption(QStringLiteral("gateway-password"), QStringLiteral("Its password."),
+                                                   QStringLiteral("PASSWORD"),
+                                                   QString::fromUtf8(vdifake::SimulatedDeployment::kDefaultGatewayPassword));
+    parser.addOptions({userOption, passwordOption, gatewayUserOption, gatewayPasswordOption});
+    parser.process(app);
+    Credentials credentials;
+    credentials.user = parser.value(userOption);
+    credentials.password = parser.value(passwordOption);
+    credentials.gatewayUser = parser.value(gatewayUserOption);
+    credentials.gatewayPassword = parser.value(gatewayPasswordOption);
+
     const QString logPath = QDir::current().filePath(QStringLiteral("vdi-demo.log"));
     g_logFile.setFileName(logPath);
     g_logFile.open(QIODevice::WriteOnly | QIODevice::Truncate);
     qInstallMessageHandler(collectLog);
 
     say(QStringLiteral("== libvdidesktopgrpc demo =="));
-    const int failures = runSession(QStringLiteral("controller")) + runSession(QStringLiteral("gateway"));
-    say(QStringLiteral("\nThe library's log is in %1.").arg(logPath));
+    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    say(QStringLiteral("Running with the temporary home %1; the library's Documents folder is %2.").arg(homePath, documents));
+    const int failures = runSession(QStringLiteral("controller"), credentials)
+        + runSession(QStringLiteral("gateway"), credentials);
+
+    const QString settingsPath = documents + QStringLiteral("/gateway/gatewaySettings.ini");
+    if (QFile::exists(settingsPath)) {
+        QSettings settings(settingsPath, QSettings::IniFormat);
+        const QString token = settings.value(QStringLiteral("GATEWAYINFO/token")).toString();
+        say(QStringLiteral("\nThe gateway settings file was written to %1%2 (removed with the temporary home).")
+                .arg(settingsPath, token.isEmpty() ? QString() : QStringLiteral(", holding the token \"%1\"").arg(token)));
+    } else {
+        say(QStringLiteral("\nNo gateway settings file was written (it would be %1).").arg(settingsPath));
+    }
+    say(QStringLiteral("The library's log is in %1.").arg(logPath));
     say(failures == 0 ? QStringLiteral("Demo finished: every step worked.")
                       : QStringLiteral("Demo finished with %1 failed step(s).").arg(failures));
     return failures == 0 ? 0 : 1;

@@ -67,6 +67,7 @@ struct SharedState {
 
     std::map<std::string, Script> standing;
     std::map<std::string, std::deque<Script>> queued;
+    std::map<std::string, FakeServer::Responder> responders;
     Script defaultScript;
     std::vector<std::shared_ptr<RecordedCall>> calls;
 
@@ -82,8 +83,12 @@ struct SharedState {
     int liveCalls = 0;
     std::function<void(const RecordedCall&)> observer;
 
-    Script takeScriptLocked(const std::string& method, const MethodInfo& info)
+    // The answer for a call that has been read: a queued one-shot script, else the
+    // method's responder (when it takes the call), else the standing script, else the
+    // default one.
+    Script takeScriptLocked(const RecordedCall& call, const MethodInfo& info)
     {
+        const std::string& method = call.method;
         auto q = queued.find(method);
         if (q != queued.end() && !q->second.empty()) {
             Script s = std::move(q->second.front());
@@ -92,15 +97,25 @@ struct SharedState {
                 queued.erase(q);
             return s;
         }
+        Script fallback;
         auto st = standing.find(method);
-        if (st != standing.end())
-            return st->second;
-        if (info.known)
-            return defaultScript;
-        Script unknown;
-        unknown.code = grpc::StatusCode::UNIMPLEMENTED;
-        unknown.message = "the fake server does not know " + method;
-        return unknown;
+        if (st != standing.end()) {
+            fallback = st->second;
+        } else if (info.known) {
+            fallback = defaultScript;
+        } else {
+            fallback.code = grpc::StatusCode::UNIMPLEMENTED;
+            fallback.message = "the fake server does not know " + method;
+        }
+        // A call the client cancelled, or one read while the server stops, is answered
+        // CANCELLED / UNAVAILABLE whatever the script says: its responder is not asked.
+        auto r = stopping || call.cancelled ? responders.end() : responders.find(method);
+        if (r != responders.end() && r->second) {
+            Script answer = fallback;
+            if (r->second(call, &answer))
+                return answer;
+        }
+        return fallback;
     }
 
     // The script a setter starts from: the standing one, else the default one.
@@ -303,7 +318,7 @@ private:
             publishLocked();
             if (m_phase == Phase::Finishing)
                 return;  // ended by the server's shutdown while still reading
-            script = m_state->takeScriptLocked(m_call->method, m_info);
+            script = m_state->takeScriptLocked(*m_call, m_info);
             if (m_call->cancelled) {
                 script = cancelledScript();
             } else if (m_state->stopping) {
@@ -494,6 +509,7 @@ FakeServer::~FakeServer()
         std::unique_lock<std::mutex> lock(state->mutex);
         state->callsChanged.wait_for(lock, std::chrono::seconds(1), [&] { return state->liveCalls == 0; });
         state->observer = nullptr;
+        state->responders.clear();
     }
     d->server.reset();
     d->service.reset();
@@ -571,6 +587,21 @@ void FakeServer::clearScript(const std::string& method)
     std::lock_guard<std::mutex> lock(d->state->mutex);
     d->state->standing.erase(method);
     d->state->queued.erase(method);
+}
+
+void FakeServer::setResponder(const std::string& method, Responder responder)
+{
+    std::lock_guard<std::mutex> lock(d->state->mutex);
+    if (responder)
+        d->state->responders[method] = std::move(responder);
+    else
+        d->state->responders.erase(method);
+}
+
+void FakeServer::clearResponder(const std::string& method)
+{
+    std::lock_guard<std::mutex> lock(d->state->mutex);
+    d->state->responders.erase(method);
 }
 
 void FakeServer::setDefaultScript(const Script& s)

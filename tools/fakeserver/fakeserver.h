@@ -101,8 +101,25 @@ public:
     void setDelay(const std::string& method, int delayMs);
     // One-shot answers, used in order before the standing one.
     void queueScript(const std::string& method, const Script& s);
-    // Removes a method's standing and queued answers.
+    // Removes a method's standing and queued answers (not its responder).
     void clearScript(const std::string& method);
+
+    // A dynamic answer: looks at the call as read (method, metadata, every request) and
+    // either fills `*answer` and returns true, or returns false to let the standing
+    // script (else the default) answer. `*answer` starts as that standing or default
+    // script, so a responder may change just the reply and keep the method's delay.
+    //
+    // The answer for a call is taken in this order: a queued one-shot script, then the
+    // responder, then the standing script, then the default one.
+    //
+    // A responder runs on a server thread while the server's state lock is held, so
+    // responders never run concurrently with each other. It must be quick and must not
+    // call back into the FakeServer (that would deadlock). It is not asked about a call
+    // that was cancelled or is read while the server stops; the destructor drops every
+    // responder, but whatever a responder refers to must outlive the FakeServer.
+    using Responder = std::function<bool(const RecordedCall& call, Script* answer)>;
+    void setResponder(const std::string& method, Responder responder);
+    void clearResponder(const std::string& method);
     // The answer for known methods without a script (initially OK with an empty reply).
     // Paths the generated descriptor pool does not know and that have no script are
     // answered UNIMPLEMENTED.

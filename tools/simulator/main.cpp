@@ -8,18 +8,25 @@
 //   ready
 // then logs every call it serves on stderr, until SIGINT or SIGTERM (or, with
 // --until-stdin-closes, until its standard input closes).
+//
+// Besides the standing answers of its mode it plays a small deployment (deployment.h):
+// users who log in and get their desktop pools and, in gateway mode, an access gateway that
+// issues tokens and wants one on the controller's calls.
 
+#include "deployment.h"
 #include "fakeserver.h"
 #include "scenario.h"
 
 #include <QCommandLineOption>
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QStringList>
 #include <QTemporaryDir>
 
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <thread>
 
@@ -57,6 +64,25 @@ void logCall(const vdifake::RecordedCall& call)
     logLine(line);
 }
 
+// "NAME:PASSWORD" (the password may hold ':' itself) -> the pair; false without a name.
+bool parseUser(const QString& text, QString* name, QString* password)
+{
+    const int colon = text.indexOf(QLatin1Char(':'));
+    if (colon <= 0)
+        return false;
+    *name = text.left(colon);
+    *password = text.mid(colon + 1);
+    return true;
+}
+
+QString describeUsers(const std::map<QString, QString>& users)
+{
+    QStringList list;
+    for (const auto& user : users)
+        list << QStringLiteral("%1 (password \"%2\")").arg(user.first, user.second);
+    return list.isEmpty() ? QStringLiteral("none") : list.join(QStringLiteral(", "));
+}
+
 std::atomic<bool> stdinClosed{false};
 
 // Reads standard input until it closes, then asks the main thread to stop.
@@ -92,7 +118,14 @@ int main(int argc, char* argv[])
     parser.setApplicationDescription(QStringLiteral(
         "Fake virtual-desktop controller and access gateway on 127.0.0.1 (TLS).\n"
         "Prints \"port N\", \"pem PATH\", \"common-name NAME\" and \"ready\" on stdout,\n"
-        "logs each call on stderr, and runs until SIGINT/SIGTERM."));
+        "logs each call on stderr, and runs until SIGINT/SIGTERM.\n"
+        "\n"
+        "It plays a small deployment: Login checks the controller users (default\n"
+        "demo-user / demo-password) and answers their desktop pools; in gateway mode,\n"
+        "LoginGateway checks the gateway users (default gw-user / gw-password) and issues\n"
+        "a token, which Login and the other controller calls (discovery and Heartbeat\n"
+        "aside) must carry in the \"gatewayaccesstoken\" metadata. A method a scenario\n"
+        "file answers is answered by the file alone."));
     parser.addHelpOption();
     const QCommandLineOption modeOption(QStringLiteral("mode"),
         QStringLiteral("Default answers: controller (no gateway in use) or gateway."),
@@ -107,7 +140,16 @@ int main(int argc, char* argv[])
         QStringLiteral("Common name of the server certificate (may be empty)."), QStringLiteral("NAME"));
     const QCommandLineOption stdinOption(QStringLiteral("until-stdin-closes"),
         QStringLiteral("Also stop when standard input closes."));
-    parser.addOptions({modeOption, scenarioOption, certDirOption, commonNameOption, stdinOption});
+    const QCommandLineOption userOption(QStringLiteral("user"),
+        QStringLiteral("Adds a controller user, or sets a user's password (repeatable). The user"
+                       " demo-user, password demo-password, is always there."),
+        QStringLiteral("NAME:PASSWORD"));
+    const QCommandLineOption gatewayUserOption(QStringLiteral("gateway-user"),
+        QStringLiteral("Adds a gateway user, or sets one's password (repeatable; gateway mode). The"
+                       " user gw-user, password gw-password, is always there."),
+        QStringLiteral("NAME:PASSWORD"));
+    parser.addOptions({modeOption, scenarioOption, certDirOption, commonNameOption, stdinOption, userOption,
+                       gatewayUserOption});
     parser.process(app);
 
     const QString mode = parser.value(modeOption);
@@ -117,12 +159,33 @@ int main(int argc, char* argv[])
         return 2;
     }
     vdifake::Scenario scenario = vdifake::defaultScenario(mode);
+    vdifake::Scenario fileScenario;  // the methods the scenario file answers
     if (parser.isSet(scenarioOption)) {
         QString error;
-        if (!vdifake::loadScenarioFile(parser.value(scenarioOption), &scenario, &error)) {
+        if (!vdifake::loadScenarioFile(parser.value(scenarioOption), &fileScenario, &error)) {
             logLine(error);
             return 2;
         }
+        vdifake::mergeScenario(&scenario, fileScenario);
+    }
+
+    // Outlives the server below, whose responders refer to it.
+    vdifake::SimulatedDeployment deployment;
+    for (const QString& value : parser.values(userOption)) {
+        QString name, password;
+        if (!parseUser(value, &name, &password)) {
+            logLine(QStringLiteral("--user wants NAME:PASSWORD, not \"%1\"").arg(value));
+            return 2;
+        }
+        deployment.addUser(name, password);
+    }
+    for (const QString& value : parser.values(gatewayUserOption)) {
+        QString name, password;
+        if (!parseUser(value, &name, &password)) {
+            logLine(QStringLiteral("--gateway-user wants NAME:PASSWORD, not \"%1\"").arg(value));
+            return 2;
+        }
+        deployment.addGatewayUser(name, password);
     }
 
     std::unique_ptr<QTemporaryDir> temporaryDir;
@@ -152,6 +215,10 @@ int main(int argc, char* argv[])
             logLine(error);
             return 2;
         }
+        deployment.install(server, mode);
+        // The scenario file wins over the deployment for the methods it answers.
+        for (const auto& entry : fileScenario)
+            server.clearResponder(entry.first);
         server.setCallObserver(logCall);
 
         printLine(QStringLiteral("port %1").arg(server.port()));
@@ -159,6 +226,11 @@ int main(int argc, char* argv[])
         printLine(QStringLiteral("common-name %1").arg(server.commonName()));
         printLine(QStringLiteral("ready"));
         logLine(QStringLiteral("serving %1 mode on 127.0.0.1:%2").arg(mode).arg(server.port()));
+        logLine(QStringLiteral("controller users: %1").arg(describeUsers(deployment.users())));
+        if (mode == QLatin1String("gateway"))
+            logLine(QStringLiteral("gateway users: %1").arg(describeUsers(deployment.gatewayUsers())));
+        for (const auto& entry : fileScenario)
+            logLine(QStringLiteral("%1 answered by the scenario file only").arg(QString::fromStdString(entry.first)));
 
         if (parser.isSet(stdinOption))
             std::thread(watchStdin).detach();
