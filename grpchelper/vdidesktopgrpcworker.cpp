@@ -138,9 +138,9 @@ void VdiDesktopGrpcWorker::buildClientContext(grpc::ClientContext* context)
     context->AddMetadata(kClientLanguageKey.toStdString(), m_language.toStdString());
 }
 
-void VdiDesktopGrpcWorker::prepareContext(const RpcSpec& spec, grpc::ClientContext& context)
+void VdiDesktopGrpcWorker::prepareContext(const RpcShape& shape, grpc::ClientContext& context)
 {
-    switch (spec.context) {
+    switch (shape.context) {
     case CallContext::Standard:
         buildClientContext(&context);
         break;
@@ -155,9 +155,9 @@ void VdiDesktopGrpcWorker::prepareContext(const RpcSpec& spec, grpc::ClientConte
         break;
     case CallContext::Stepped: {
         // n below 8 counts fifths of a second, from 8 on whole seconds.
-        const int n = *spec.retryDelay;
+        const int n = *shape.retryDelay;
         const gpr_timespec span = n < 8 ? vdiframe::timespan(0, n * 200000000) : vdiframe::timespan(((n - 8) >> 3) + 1, 0);
-        vdiLog(QtInfoMsg, spec.function) << spec.deadlineText << qint64(span.tv_sec) << " timespec.tv_nsec " << span.tv_nsec;
+        vdiLog(QtInfoMsg, shape.function) << shape.deadlineText << qint64(span.tv_sec) << " timespec.tv_nsec " << span.tv_nsec;
         context.set_deadline(span);
         break;
     }

@@ -18,7 +18,7 @@
 #include "common/common_core.grpc.pb.h"
 #include "gateway/gateway_core.grpc.pb.h"
 
-struct RpcSpec;
+struct RpcShape;
 struct RpcHooks;
 enum class NullStub;
 template <class Reply, class Record>
@@ -109,18 +109,18 @@ private:
 
     // The handler frame (vdidesktopgrpcworker_frame.h).
     template <class Stub, class Request, class Reply, class Record, class Fill, class Convert>
-    bool unaryCall(const RpcSpec& spec, const std::shared_ptr<Stub>& stubMember,
+    bool unaryCall(const RpcShape& shape, const std::shared_ptr<Stub>& stubMember,
                    grpc::Status (Stub::*rpc)(grpc::ClientContext*, const Request&, Reply*), Fill fill,
                    Convert convert, RpcResult<Reply, Record>& out, const RpcHooks& hooks);
     bool interruptionRequested(const char* function) const;
     // Logs the null stub and, unless told to ignore it, fabricates NOT_FOUND into the record.
     // True when the handler is to answer.
     bool answerNullStub(const char* function, const char* text, NullStub kind, tagErrorData& error);
-    void prepareContext(const RpcSpec& spec, grpc::ClientContext& context);
+    void prepareContext(const RpcShape& shape, grpc::ClientContext& context);
     template <class Request>
-    void logRequest(const RpcSpec& spec, const Request& request);
+    void logRequest(const RpcShape& shape, const Request& request);
     template <class Reply>
-    void logReply(const RpcSpec& spec, const Reply& reply);
+    void logReply(const RpcShape& shape, const Reply& reply);
 
     void loginInternal(const tagLoginRequest& request);
     // True when the gateway wants this terminal to authenticate.

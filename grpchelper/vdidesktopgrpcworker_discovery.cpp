@@ -31,7 +31,7 @@ void VdiDesktopGrpcWorker::initDeviceInfo(QString serverIP, ushort port)
 void VdiDesktopGrpcWorker::queryServerTypeInfo()
 {
     const char* const function = __FUNCTION__;
-    const RpcSpec spec = RpcSpec::at(function)
+    const RpcShape shape = RpcShape::at(function)
                              .onNullStub("stub is null.")
                              .stepped(&m_serverTypeRetryDelay, "query server type gprc clientcontext deadline:timespec.tv_sec");
     RpcHooks hooks;
@@ -41,7 +41,7 @@ void VdiDesktopGrpcWorker::queryServerTypeInfo()
         VDI_LOG_IN(qInfo, function) << "query server type count changed to:" << m_serverTypeRetryDelay;
     };
     RpcResult<common::isUseGatewayResp, tagServerTypeInfoResp> call;
-    if (!unaryCall(spec, stubCommon, &common::CommonCore::Stub::isUseGateway, [](common::isUseGatewayReq&) {},
+    if (!unaryCall(shape, stubCommon, &common::CommonCore::Stub::isUseGateway, [](common::isUseGatewayReq&) {},
                    vdiframe::NoConversion(), call, hooks))
         return;
 
@@ -86,7 +86,7 @@ void VdiDesktopGrpcWorker::queryDeviceConfigInfo(const tagDeviceConfigInfoReq& r
         }
     }
 
-    const RpcSpec spec = RpcSpec::at(function)
+    const RpcShape shape = RpcShape::at(function)
                              .labels("request:\n", "reply:\n")
                              .stepped(&m_deviceConfigRetryDelay,
                                       "query device config info gprc clientcontext deadline:timespec.tv_sec");
@@ -96,7 +96,7 @@ void VdiDesktopGrpcWorker::queryDeviceConfigInfo(const tagDeviceConfigInfoReq& r
         m_deviceConfigRetryDelay = nextRetryDelay(m_deviceConfigRetryDelay);
         VDI_LOG_IN(qInfo, function) << "query device config count changed to:" << m_deviceConfigRetryDelay;
     };
-    if (!unaryCall(spec, stub, &client::ClientCore::Stub::queryDeviceConfigInfo,
+    if (!unaryCall(shape, stub, &client::ClientCore::Stub::queryDeviceConfigInfo,
                    [&req](client::DeviceConfigInfoReq& message) { H::toDeviceConfigInfoReq(req, message); },
                    &H::fromDeviceConfigInfoResp, call, hooks))
         return;
@@ -113,7 +113,7 @@ void VdiDesktopGrpcWorker::queryDeviceConfigInfo(const tagDeviceConfigInfoReq& r
 void VdiDesktopGrpcWorker::queryGatewayInfo()
 {
     const char* const function = __FUNCTION__;
-    const RpcSpec spec = RpcSpec::at(function)
+    const RpcShape shape = RpcShape::at(function)
                              .labels("Begin to query gateway info", "reply:\n")
                              .labelOnly()
                              .redact(Redaction::None)
@@ -122,7 +122,7 @@ void VdiDesktopGrpcWorker::queryGatewayInfo()
     RpcHooks hooks;
     hooks.onFailure = [function] { VDI_LOG_IN(qInfo, function) << "query gateway info fail"; };
     RpcResult<common::queryGatewayInfoResp, tagGatewayInfoResp> call;
-    if (unaryCall(spec, stubCommon, &common::CommonCore::Stub::queryGatewayInfo, noRequest,
+    if (unaryCall(shape, stubCommon, &common::CommonCore::Stub::queryGatewayInfo, noRequest,
                   &H::fromGatewayInfoResp, call, hooks))
         emit queryGatewayInfoResult(call.record, call.flag);
 }
@@ -132,32 +132,32 @@ void VdiDesktopGrpcWorker::queryGatewayInfo()
 void VdiDesktopGrpcWorker::onQueryControllerType(QString serverIp)
 {
     VDI_INFO << " serverIp: " << serverIp;
-    const RpcSpec spec = RpcSpec::at(__FUNCTION__)
+    const RpcShape shape = RpcShape::at(__FUNCTION__)
                              .labels(" package request:\n", " package QueryControllerType reply:\n")
                              .redact(Redaction::None)
                              .onNullStub(" stub is null.", NullStub::Silent);
     RpcResult<client::WhoAreYouReply, tagQueryControllerTypeResp> call;
-    if (unaryCall(spec, stub, &client::ClientCore::Stub::WhoAreYou, noRequest, &H::fromQueryControllerType, call, {}))
+    if (unaryCall(shape, stub, &client::ClientCore::Stub::WhoAreYou, noRequest, &H::fromQueryControllerType, call, {}))
         emit queryControllerTypeResultForGrpcWorker(call.record, call.flag, serverIp);
 }
 
 void VdiDesktopGrpcWorker::onQueryControllerList(QString serverIp)
 {
     VDI_INFO << " serverIp: " << serverIp;
-    const RpcSpec spec = RpcSpec::at(__FUNCTION__)
+    const RpcShape shape = RpcShape::at(__FUNCTION__)
                              .labels(" package request:\n", " package QueryControllerList reply:\n")
                              .redact(Redaction::None)
                              .onNullStub(" stub is null.", NullStub::Silent);
     RpcResult<client::ResourceList, tagQureyControllerListResp> call;
-    if (unaryCall(spec, stub, &client::ClientCore::Stub::QueryNodes, noRequest, &H::fromQureyControllerListResp, call, {}))
+    if (unaryCall(shape, stub, &client::ClientCore::Stub::QueryNodes, noRequest, &H::fromQureyControllerListResp, call, {}))
         emit queryControllerListResultForGrpcWorker(call.record, call.flag, serverIp);
 }
 
 void VdiDesktopGrpcWorker::slotQueryServerIpForVm()
 {
-    const RpcSpec spec = RpcSpec::at(__FUNCTION__).fixedRequest(" query server ip for vm.").redact(Redaction::None);
+    const RpcShape shape = RpcShape::at(__FUNCTION__).fixedRequest(" query server ip for vm.").redact(Redaction::None);
     RpcResult<common_message::AgentUseControllerIpResp, tagVmControllerIpResp> call;
-    if (unaryCall(spec, stub, &client::ClientCore::Stub::queryAgentUseControllerIp, noRequest,
+    if (unaryCall(shape, stub, &client::ClientCore::Stub::queryAgentUseControllerIp, noRequest,
                   &H::fromQueryVmControllerIpResq, call, {}))
         emit queryServerIpResult(call.record, call.flag);
 }

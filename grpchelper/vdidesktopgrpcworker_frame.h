@@ -1,5 +1,5 @@
 // The one shape of a request handler of the worker, written once. A handler states only its
-// own data (an RpcSpec: labels, level, redaction, context, null-stub answer), its stub and RPC,
+// own data (an RpcShape: labels, level, redaction, context, null-stub answer), its stub and RPC,
 // its conversions, and what it does on top of the common steps; the frame does the rest:
 //
 //   interruption check, null-stub branch, heap context published for stop(), redacted request
@@ -36,7 +36,7 @@ enum class NullStub : int {
     Ignore,  // log and return
 };
 
-struct RpcSpec {
+struct RpcShape {
     const char* function = "";
     QtMsgType level = QtInfoMsg;
     const char* requestLabel = " request:\n";
@@ -53,67 +53,67 @@ struct RpcSpec {
     bool logAfterCall = false;          // both the request and the reply are logged after the call
     bool rebuildOnFailure = true;       // a failed status goes through statusCodeToErrorData
 
-    static RpcSpec at(const char* function, QtMsgType level = QtInfoMsg)
+    static RpcShape at(const char* function, QtMsgType level = QtInfoMsg)
     {
-        RpcSpec spec;
-        spec.function = function;
-        spec.level = level;
-        return spec;
+        RpcShape shape;
+        shape.function = function;
+        shape.level = level;
+        return shape;
     }
-    RpcSpec labels(const char* request, const char* reply) const
+    RpcShape labels(const char* request, const char* reply) const
     {
-        RpcSpec spec = *this;
-        spec.requestLabel = request;
-        spec.replyLabel = reply;
-        return spec;
+        RpcShape shape = *this;
+        shape.requestLabel = request;
+        shape.replyLabel = reply;
+        return shape;
     }
-    RpcSpec redact(Redaction how, bool reply = false) const
+    RpcShape redact(Redaction how, bool reply = false) const
     {
-        RpcSpec spec = *this;
-        spec.redaction = how;
-        spec.redactReply = reply;
-        return spec;
+        RpcShape shape = *this;
+        shape.redaction = how;
+        shape.redactReply = reply;
+        return shape;
     }
-    RpcSpec fixedRequest(const char* text) const
+    RpcShape fixedRequest(const char* text) const
     {
-        RpcSpec spec = *this;
-        spec.requestText = text;
-        return spec;
+        RpcShape shape = *this;
+        shape.requestText = text;
+        return shape;
     }
-    RpcSpec labelOnly() const
+    RpcShape labelOnly() const
     {
-        RpcSpec spec = *this;
-        spec.requestLabelOnly = true;
-        return spec;
+        RpcShape shape = *this;
+        shape.requestLabelOnly = true;
+        return shape;
     }
-    RpcSpec onNullStub(const char* text, NullStub answer = NullStub::Answer) const
+    RpcShape onNullStub(const char* text, NullStub answer = NullStub::Answer) const
     {
-        RpcSpec spec = *this;
-        spec.nullStubText = text;
-        spec.nullStub = answer;
-        return spec;
+        RpcShape shape = *this;
+        shape.nullStubText = text;
+        shape.nullStub = answer;
+        return shape;
     }
-    RpcSpec deadline(CallContext kind) const
+    RpcShape deadline(CallContext kind) const
     {
-        RpcSpec spec = *this;
-        spec.context = kind;
-        return spec;
+        RpcShape shape = *this;
+        shape.context = kind;
+        return shape;
     }
     // The gateway's own calls: both texts logged after the call, and a failure is the
     // handler's business alone (no error record, no rebuild of the channels).
-    RpcSpec gatewayCall() const
+    RpcShape gatewayCall() const
     {
-        RpcSpec spec = *this;
-        spec.logAfterCall = true;
-        spec.rebuildOnFailure = false;
-        return spec;
+        RpcShape shape = *this;
+        shape.logAfterCall = true;
+        shape.rebuildOnFailure = false;
+        return shape;
     }
-    RpcSpec stepped(int* counter, const char* text) const
+    RpcShape stepped(int* counter, const char* text) const
     {
-        RpcSpec spec = deadline(CallContext::Stepped);
-        spec.retryDelay = counter;
-        spec.deadlineText = text;
-        return spec;
+        RpcShape shape = deadline(CallContext::Stepped);
+        shape.retryDelay = counter;
+        shape.deadlineText = text;
+        return shape;
     }
 };
 
@@ -168,38 +168,38 @@ struct NoConversion {
 } // namespace vdiframe
 
 template <class Stub, class Request, class Reply, class Record, class Fill, class Convert>
-bool VdiDesktopGrpcWorker::unaryCall(const RpcSpec& spec, const std::shared_ptr<Stub>& stubMember,
+bool VdiDesktopGrpcWorker::unaryCall(const RpcShape& shape, const std::shared_ptr<Stub>& stubMember,
                                      grpc::Status (Stub::*rpc)(grpc::ClientContext*, const Request&, Reply*),
                                      Fill fill, Convert convert, RpcResult<Reply, Record>& out,
                                      const RpcHooks& hooks)
 {
-    if (interruptionRequested(spec.function))
+    if (interruptionRequested(shape.function))
         return false;
     // A local owner: a failure rebuilds the channels and replaces the member.
     const std::shared_ptr<Stub> stub = stubMember;
     if (!stub)
-        return answerNullStub(spec.function, spec.nullStubText, spec.nullStub, out.record.error);
+        return answerNullStub(shape.function, shape.nullStubText, shape.nullStub, out.record.error);
     if (hooks.beforeCall)
         hooks.beforeCall();
 
     const std::shared_ptr<grpc::ClientContext> context = newCallContext();
-    prepareContext(spec, *context);
+    prepareContext(shape, *context);
 
     Request request;
     fill(request);
-    if (!spec.logAfterCall)
-        logRequest(spec, request);
+    if (!shape.logAfterCall)
+        logRequest(shape, request);
 
     out.status = (stub.get()->*rpc)(context.get(), request, &out.reply);
     out.called = true;
-    if (spec.logAfterCall)
-        logRequest(spec, request);
-    logReply(spec, out.reply);
+    if (shape.logAfterCall)
+        logRequest(shape, request);
+    logReply(shape, out.reply);
 
     if (!out.status.ok()) {
         if (hooks.onFailure)
             hooks.onFailure();
-        if (spec.rebuildOnFailure)
+        if (shape.rebuildOnFailure)
             statusCodeToErrorData(out.status, out.record.error);
         out.flag = false;
     } else {
@@ -210,33 +210,33 @@ bool VdiDesktopGrpcWorker::unaryCall(const RpcSpec& spec, const std::shared_ptr<
 }
 
 template <class Request>
-void VdiDesktopGrpcWorker::logRequest(const RpcSpec& spec, const Request& request)
+void VdiDesktopGrpcWorker::logRequest(const RpcShape& shape, const Request& request)
 {
-    QDebug log = vdiLog(spec.level, spec.function);
-    log << spec.requestLabel;
-    if (spec.requestLabelOnly)
+    QDebug log = vdiLog(shape.level, shape.function);
+    log << shape.requestLabel;
+    if (shape.requestLabelOnly)
         return;
-    if (spec.requestText) {
-        log << spec.requestText;
+    if (shape.requestText) {
+        log << shape.requestText;
         return;
     }
     QString text = VdiDesktopGrpcHelper::fromStdString(request.DebugString());
-    if (spec.redaction == Redaction::Print)
+    if (shape.redaction == Redaction::Print)
         printInfoWithoutKeyList(text);
-    else if (spec.redaction == Redaction::Debug)
+    else if (shape.redaction == Redaction::Debug)
         text = debugInfoWithoutKeyList(text);
     log << text;
 }
 
 template <class Reply>
-void VdiDesktopGrpcWorker::logReply(const RpcSpec& spec, const Reply& reply)
+void VdiDesktopGrpcWorker::logReply(const RpcShape& shape, const Reply& reply)
 {
     const std::string text = reply.DebugString();
-    if (spec.redactReply) {
+    if (shape.redactReply) {
         QString redacted = VdiDesktopGrpcHelper::fromStdString(text);
         printInfoWithoutKeyList(redacted);
-        vdiLog(spec.level, spec.function) << spec.replyLabel << redacted;
+        vdiLog(shape.level, shape.function) << shape.replyLabel << redacted;
         return;
     }
-    vdiLog(spec.level, spec.function) << spec.replyLabel << text.c_str();
+    vdiLog(shape.level, shape.function) << shape.replyLabel << text.c_str();
 }

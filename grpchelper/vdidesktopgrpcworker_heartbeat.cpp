@@ -47,11 +47,11 @@ void VdiDesktopGrpcWorker::timerEvent(QTimerEvent* event)
 
 void VdiDesktopGrpcWorker::mySendHeart()
 {
-    const RpcSpec spec = RpcSpec::at(__FUNCTION__).labels("package request:\n", "package reply:\n");
+    const RpcShape shape = RpcShape::at(__FUNCTION__).labels("package request:\n", "package reply:\n");
     RpcHooks hooks;
     hooks.beforeCall = [this] { startHeartTimer(); };  // any beat past the stub check
     RpcResult<client::HeartbeatResp, tagHeartbeatReply> call;
-    if (!unaryCall(spec, stub, &client::ClientCore::Stub::Heartbeat,
+    if (!unaryCall(shape, stub, &client::ClientCore::Stub::Heartbeat,
                    [this](client::HeartbeatReq& message) { VdiDesktopGrpcHelper::toHeartBeatReq(m_heartbeatRequest, message); },
                    &VdiDesktopGrpcHelper::fromHeartbeatResq, call, hooks))
         return;

@@ -49,9 +49,9 @@ void VdiDesktopGrpcWorker::login(const tagLoginRequest& request)
 
 void VdiDesktopGrpcWorker::loginInternal(const tagLoginRequest& request)
 {
-    const RpcSpec spec = RpcSpec::at(__FUNCTION__).labels(" package request:\n", " package reply:\n");
+    const RpcShape shape = RpcShape::at(__FUNCTION__).labels(" package request:\n", " package reply:\n");
     RpcResult<client::LoginResp, tagLoginReply> call;
-    if (!unaryCall(spec, stub, &client::ClientCore::Stub::Login,
+    if (!unaryCall(shape, stub, &client::ClientCore::Stub::Login,
                    [&request](client::LoginReq& message) { fillLogin(request, message); }, &H::fromLoginResp, call, {}))
         return;
     // A server that answers the network but reports a timeout has only been too slow.
@@ -62,16 +62,16 @@ void VdiDesktopGrpcWorker::loginInternal(const tagLoginRequest& request)
 
 void VdiDesktopGrpcWorker::updateVmInfoFromServer(const tagLoginRequest& request)
 {
-    const RpcSpec spec = RpcSpec::at(__FUNCTION__, QtDebugMsg);
+    const RpcShape shape = RpcShape::at(__FUNCTION__, QtDebugMsg);
     RpcResult<client::LoginResp, tagLoginReply> call;
-    if (unaryCall(spec, stub, &client::ClientCore::Stub::Login,
+    if (unaryCall(shape, stub, &client::ClientCore::Stub::Login,
                   [&request](client::LoginReq& message) { fillLogin(request, message); }, &H::fromLoginResp, call, {}))
         emit updateVmInfoFromServerResult(call.record, call.flag);
 }
 
 bool VdiDesktopGrpcWorker::checkAuthStatus()
 {
-    const RpcSpec spec = RpcSpec::at(__FUNCTION__, QtDebugMsg)
+    const RpcShape shape = RpcShape::at(__FUNCTION__, QtDebugMsg)
                              .labels("check gateway auth request:\n", "check gateway auth reply:\n")
                              .onNullStub("stubGateway is null, do nothing.", NullStub::Ignore)
                              .gatewayCall();
@@ -82,7 +82,7 @@ bool VdiDesktopGrpcWorker::checkAuthStatus()
         message.set_mac("0:0:0:0");
         message.set_client_type("0");
     };
-    if (!unaryCall(spec, stubGateway, &gateway::GatewayCore::Stub::CheckAuthStatus, fill, vdiframe::NoConversion(), call, {}))
+    if (!unaryCall(shape, stubGateway, &gateway::GatewayCore::Stub::CheckAuthStatus, fill, vdiframe::NoConversion(), call, {}))
         return false;
     if (!call.status.ok()) {
         VDI_CRITICAL << "check gateway auth status error: " << call.status.error_message().c_str();
@@ -104,7 +104,7 @@ void VdiDesktopGrpcWorker::loginGateway(const QString& user, const QString& pass
         emit loginResult(reply, false);
         return;
     }
-    const RpcSpec spec = RpcSpec::at(__FUNCTION__, QtDebugMsg)
+    const RpcShape shape = RpcShape::at(__FUNCTION__, QtDebugMsg)
                              .labels("login gateway request:\n", "login gateway reply:\n")
                              .onNullStub("stubGateway is null, do nothing.", NullStub::Ignore)
                              .gatewayCall();
@@ -114,7 +114,7 @@ void VdiDesktopGrpcWorker::loginGateway(const QString& user, const QString& pass
         message.mutable_client_base_info()->set_password(password.toStdString());
         message.mutable_client_extend_info();
     };
-    if (!unaryCall(spec, stubGateway, &gateway::GatewayCore::Stub::LoginGateway, fill, vdiframe::NoConversion(), call, {}))
+    if (!unaryCall(shape, stubGateway, &gateway::GatewayCore::Stub::LoginGateway, fill, vdiframe::NoConversion(), call, {}))
         return;
 
     // The token decides, whatever the status says.
