@@ -7,7 +7,6 @@ class TestConversions : public QObject
 {
     Q_OBJECT
 private slots:
-    void recordDefaults();
     void toErrorData_data();
     void toErrorData();
     void toErrorDataKeepsTextOutsideTable();
@@ -17,18 +16,6 @@ private slots:
     void gatewayBaseInfo();
     void extendInfo();
 };
-
-void TestConversions::recordDefaults()
-{
-    const tagBaseInfo base;
-    QCOMPARE(base.vmId, qint64(-1));
-    QCOMPARE(base.computerType, -1);
-    QCOMPARE(base.isOpenldap, 0);
-    QVERIFY(!base.name.isNull());
-    QVERIFY(base.ticket.isNull());
-    QCOMPARE(tagExtendInfo().computerType, -1);
-    QCOMPARE(tagErrorData().errorCode, -1);
-}
 
 void TestConversions::toErrorData_data()
 {
