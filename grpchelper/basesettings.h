@@ -1,8 +1,13 @@
 // Small stand-in for the terminal's settings library: only the server type enumeration that the
 // worker prints in its connection log. 0 is a direct controller deployment, 1 an access gateway.
+//
+// Applications link the real settings library, whose class has this name: ours stays in a
+// namespace of its own, is not exported and not installed, so the two never meet.
 #pragma once
 
 #include <QObject>
+
+namespace vdiinternal {
 
 class BaseSettings
 {
@@ -14,3 +19,5 @@ public:
     };
     Q_ENUM(ServerType)
 };
+
+} // namespace vdiinternal

@@ -49,12 +49,12 @@ bool VdiDesktopGrpcWorker::rebuildStub(std::shared_ptr<typename Service::Stub>& 
 {
     if (slot)
         slot.reset();
-    VDI_LOG_IN(qDebug, caller) << readyText << m_target;
+    VDI_LOG_IN(QtDebugMsg, caller) << readyText << m_target;
     auto channel = grpc::CreateCustomChannel(m_target.toStdString(), grpc::SslCredentials(m_sslOptions),
                                              m_channelArgs);
     slot = std::shared_ptr<typename Service::Stub>(Service::NewStub(channel));
     if (!slot) {
-        VDI_LOG_IN(qCritical, caller) << failureText << m_target;
+        VDI_LOG_IN(QtCriticalMsg, caller) << failureText << m_target;
         return false;
     }
     return true;
@@ -97,14 +97,14 @@ void VdiDesktopGrpcWorker::initConnection(QString pemFile, QString serverIP, ush
     m_channelArgs.SetSslTargetNameOverride(subjectName.toStdString());
     m_target = serverIP + QLatin1Char(':') + QString::number(port);
     VDI_DEBUG << "target " << m_target << ", type = "
-              << QMetaEnum::fromType<BaseSettings::ServerType>().valueToKey(m_serverType);
+              << QMetaEnum::fromType<vdiinternal::BaseSettings::ServerType>().valueToKey(m_serverType);
 
     if (!rebuildStub<client::ClientCore>(stub, __FUNCTION__, "ready to create new stub for stub, info = ", "Failed to create new stub for stub, info = "))
         return;
     if (!rebuildStub<common::CommonCore>(stubCommon, __FUNCTION__, "ready to create new stub for stubCommon, info = ",
                                          "Failed to create new stub for stubCommon, info = "))
         return;
-    if (m_serverType == BaseSettings::Gateway)
+    if (m_serverType == vdiinternal::BaseSettings::Gateway)
         initGateway();
 
     m_isEnglish = isEnglish;
@@ -157,7 +157,7 @@ void VdiDesktopGrpcWorker::prepareContext(const RpcShape& shape, grpc::ClientCon
         // n below 8 counts fifths of a second, from 8 on whole seconds.
         const int n = *shape.retryDelay;
         const gpr_timespec span = n < 8 ? vdiframe::timespan(0, n * 200000000) : vdiframe::timespan(((n - 8) >> 3) + 1, 0);
-        vdiLog(QtInfoMsg, shape.function) << shape.deadlineText << qint64(span.tv_sec) << " timespec.tv_nsec " << span.tv_nsec;
+        VDI_LOG_IN(QtInfoMsg, shape.function) << shape.deadlineText << qint64(span.tv_sec) << " timespec.tv_nsec " << span.tv_nsec;
         context.set_deadline(span);
         break;
     }
@@ -170,24 +170,19 @@ bool VdiDesktopGrpcWorker::interruptionRequested(const char* function) const
 {
     if (!QThread::currentThread()->isInterruptionRequested())
         return false;
-    VDI_LOG_IN(qDebug, function) << "isInterruptionRequested";
+    VDI_LOG_IN(QtDebugMsg, function) << "isInterruptionRequested";
     return true;
 }
 
-bool VdiDesktopGrpcWorker::answerNullStub(const char* function, const char* text, NullStub kind, tagErrorData& error)
+void VdiDesktopGrpcWorker::publishContext(const std::shared_ptr<grpc::ClientContext>& context)
 {
-    VDI_LOG_IN(qCritical, function) << text;
-    if (kind == NullStub::Ignore)
-        return false;
-    statusCodeToErrorData(grpc::Status(grpc::StatusCode::NOT_FOUND, std::string()), error);
-    return kind == NullStub::Answer;
-}
-
-std::shared_ptr<grpc::ClientContext> VdiDesktopGrpcWorker::newCallContext()
-{
-    auto context = std::make_shared<grpc::ClientContext>();
-    m_currentContext = context;
-    return context;
+    {
+        std::lock_guard<std::mutex> lock(m_contextMutex);
+        m_currentContext = context;
+    }
+    // A stop() that came between the entry check and this point found nothing to cancel.
+    if (QThread::currentThread()->isInterruptionRequested())
+        context->TryCancel();
 }
 
 void VdiDesktopGrpcWorker::statusCodeToErrorData(const grpc::Status& status, tagErrorData& errorData)
@@ -216,7 +211,13 @@ void VdiDesktopGrpcWorker::stop()
 {
     VDI_DEBUG << "VdiDesktopGrpcWorker::stop";
     QObject::disconnect(this, nullptr, nullptr, nullptr);
-    if (std::shared_ptr<grpc::ClientContext> context = m_currentContext.lock()) {
+    std::shared_ptr<grpc::ClientContext> context;
+    {
+        std::lock_guard<std::mutex> lock(m_contextMutex);
+        context = m_currentContext.lock();
+    }
+    // The local owner keeps the context alive across the cancel, even if the handler returns.
+    if (context) {
         VDI_DEBUG << "VdiDesktopGrpcWorker::stop try cancel";
         context->TryCancel();
     }

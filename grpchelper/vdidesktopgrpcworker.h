@@ -2,7 +2,9 @@
 // thread; every slot runs there, one at a time, and makes blocking gRPC calls over TLS.
 #pragma once
 
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include <QObject>
@@ -19,10 +21,13 @@
 #include "gateway/gateway_core.grpc.pb.h"
 
 struct RpcShape;
+enum class CallOutcome;
+template <class Record>
 struct RpcHooks;
-enum class NullStub;
 template <class Reply, class Record>
 struct RpcResult;
+template <class Reply>
+struct StreamResult;
 
 class VdiDesktopGrpcWorker : public QObject
 {
@@ -31,7 +36,7 @@ public:
     explicit VdiDesktopGrpcWorker(QObject* parent = nullptr);
     ~VdiDesktopGrpcWorker() override;
 
-    // Called directly from the caller's thread: plain stores, read at the next call.
+    // Called directly from the caller's thread: atomic stores, read at the next call.
     void initServerType(int serverType);
     void setTimeout(int seconds);
 
@@ -108,17 +113,26 @@ private:
     void statusCodeToErrorData(const grpc::Status& status, tagErrorData& errorData);
 
     // The handler frame (vdidesktopgrpcworker_frame.h).
+    template <class Result, class Record>
+    CallOutcome enterHandler(const RpcShape& shape, bool hasStub, const RpcHooks<Record>& hooks, Result& out);
     template <class Stub, class Request, class Reply, class Record, class Fill, class Convert>
-    bool unaryCall(const RpcShape& shape, const std::shared_ptr<Stub>& stubMember,
-                   grpc::Status (Stub::*rpc)(grpc::ClientContext*, const Request&, Reply*), Fill fill,
-                   Convert convert, RpcResult<Reply, Record>& out, const RpcHooks& hooks);
+    CallOutcome unaryCall(const RpcShape& shape, const std::shared_ptr<Stub>& stubMember,
+                          grpc::Status (Stub::*rpc)(grpc::ClientContext*, const Request&, Reply*), Fill fill,
+                          Convert convert, RpcResult<Reply, Record>& out,
+                          const RpcHooks<Record>& hooks = RpcHooks<Record>());
+    template <class Stub, class Request, class Reply, class Write>
+    CallOutcome streamCall(const RpcShape& shape, const std::shared_ptr<Stub>& stubMember,
+                           std::unique_ptr<grpc::ClientWriter<Request>> (Stub::*rpc)(grpc::ClientContext*, Reply*),
+                           Write write, StreamResult<Reply>& out);
     bool interruptionRequested(const char* function) const;
-    // Logs the null stub and, unless told to ignore it, fabricates NOT_FOUND into the record.
-    // True when the handler is to answer.
-    bool answerNullStub(const char* function, const char* text, NullStub kind, tagErrorData& error);
     void prepareContext(const RpcShape& shape, grpc::ClientContext& context);
+    // Makes the context of the call in flight visible to stop(); cancels it at once when a stop
+    // has been requested since the handler's entry.
+    void publishContext(const std::shared_ptr<grpc::ClientContext>& context);
     template <class Request>
     void logRequest(const RpcShape& shape, const Request& request);
+    template <class Request>
+    QString requestLogText(const RpcShape& shape, const Request& request);
     template <class Reply>
     void logReply(const RpcShape& shape, const Reply& reply);
 
@@ -128,9 +142,6 @@ private:
 
     void startHeartTimer();
     void stopHeartTimer();
-
-    // Makes a heap context for one call and publishes it for stop().
-    std::shared_ptr<grpc::ClientContext> newCallContext();
 
     // One channel of its own for each stub, all to m_target with the same credentials.
     template <class Service>
@@ -143,8 +154,8 @@ private:
     QString m_host;
     QString m_pemFile;
     ushort m_port = 0;
-    int m_serverType = 0;
-    int m_timeoutSeconds = 30;
+    std::atomic<int> m_serverType{0};      // also written from the caller's thread
+    std::atomic<int> m_timeoutSeconds{30}; // also written from the caller's thread
     std::shared_ptr<client::ClientCore::Stub> stub;
     std::shared_ptr<gateway::GatewayCore::Stub> stubGateway;
     std::shared_ptr<common::CommonCore::Stub> stubCommon;
@@ -161,8 +172,10 @@ private:
     QString m_language = QStringLiteral("zn");
     int m_serverTypeRetryDelay = 1;
     int m_deviceConfigRetryDelay = 1;
-    std::weak_ptr<grpc::ClientContext> m_currentContext;
+    std::weak_ptr<grpc::ClientContext> m_currentContext;  // guarded by m_contextMutex
     bool m_isEnglish = false;
+    // stop() reads m_currentContext on the caller's thread while a handler assigns it.
+    std::mutex m_contextMutex;
 
     friend class VdiWorkerProbe;  // white-box access for the test suite
 };

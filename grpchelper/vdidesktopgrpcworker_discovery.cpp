@@ -9,6 +9,7 @@
 
 namespace {
 using H = VdiDesktopGrpcHelper;
+using vdiinternal::BaseSettings;
 
 void noRequest(google::protobuf::Empty&) {}
 
@@ -34,18 +35,18 @@ void VdiDesktopGrpcWorker::queryServerTypeInfo()
     const RpcShape shape = RpcShape::at(function)
                              .onNullStub("stub is null.")
                              .stepped(&m_serverTypeRetryDelay, "query server type gprc clientcontext deadline:timespec.tv_sec");
-    RpcHooks hooks;
+    RpcHooks<tagServerTypeInfoResp> hooks;
     hooks.onFailure = [this, function] {
-        VDI_LOG_IN(qInfo, function) << "failed to query server type";
+        VDI_LOG_IN(QtInfoMsg, function) << "failed to query server type";
         m_serverTypeRetryDelay = nextRetryDelay(m_serverTypeRetryDelay);
-        VDI_LOG_IN(qInfo, function) << "query server type count changed to:" << m_serverTypeRetryDelay;
+        VDI_LOG_IN(QtInfoMsg, function) << "query server type count changed to:" << m_serverTypeRetryDelay;
     };
     RpcResult<common::isUseGatewayResp, tagServerTypeInfoResp> call;
-    if (!unaryCall(shape, stubCommon, &common::CommonCore::Stub::isUseGateway, [](common::isUseGatewayReq&) {},
-                   vdiframe::NoConversion(), call, hooks))
+    if (!answers(unaryCall(shape, stubCommon, &common::CommonCore::Stub::isUseGateway,
+                           [](common::isUseGatewayReq&) {}, vdiframe::NoConversion(), call, hooks)))
         return;
 
-    if (call.status.ok()) {
+    if (call.called() && call.status.ok()) {
         // The reply's own error block is not looked at: an answer is a success.
         const uint useGateway = uint(call.reply.usegateway());
         VDI_INFO << " query server type result, ip: " << m_host << " type: " << (useGateway ? "GATEWAY" : "CONTROLLER");
@@ -66,43 +67,33 @@ void VdiDesktopGrpcWorker::queryServerTypeInfo()
 void VdiDesktopGrpcWorker::queryDeviceConfigInfo(const tagDeviceConfigInfoReq& req)
 {
     const char* const function = __FUNCTION__;
-    RpcResult<client::DeviceConfigInfoResp, tagDeviceConfigInfoResp> call;
-    if (interruptionRequested(function))
-        return;
-    // A gateway deployment also wants its gateway stub, although the call does not use it.
-    if (m_serverType == BaseSettings::Gateway) {
-        const char* missing = nullptr;
-        if (!stubGateway) {
-            missing = " gateway stub is null.";
-        } else {
-            VDI_INFO << "gateway type, query device config info";
-            if (!stub)
-                missing = "gateway type, stub is null.";
-        }
-        if (missing) {
-            if (answerNullStub(function, missing, NullStub::Answer, call.record.error))
-                emit queryDeviceConfigInfoResult(call.record, false);
-            return;
-        }
-    }
-
     const RpcShape shape = RpcShape::at(function)
                              .labels("request:\n", "reply:\n")
                              .stepped(&m_deviceConfigRetryDelay,
                                       "query device config info gprc clientcontext deadline:timespec.tv_sec");
-    RpcHooks hooks;
-    hooks.onFailure = [this, function] {
-        VDI_LOG_IN(qInfo, function) << "failed to query device config.";
-        m_deviceConfigRetryDelay = nextRetryDelay(m_deviceConfigRetryDelay);
-        VDI_LOG_IN(qInfo, function) << "query device config count changed to:" << m_deviceConfigRetryDelay;
+    RpcHooks<tagDeviceConfigInfoResp> hooks;
+    // A gateway deployment also wants its gateway stub, although the call does not use it.
+    hooks.precondition = [this, function] {
+        if (m_serverType != BaseSettings::Gateway)
+            return Gate::proceed();
+        if (!stubGateway)
+            return Gate::nullStub(" gateway stub is null.");
+        VDI_LOG_IN(QtInfoMsg, function) << "gateway type, query device config info";
+        return Gate::proceed("gateway type, stub is null.");
     };
-    if (!unaryCall(shape, stub, &client::ClientCore::Stub::queryDeviceConfigInfo,
-                   [&req](client::DeviceConfigInfoReq& message) { H::toDeviceConfigInfoReq(req, message); },
-                   &H::fromDeviceConfigInfoResp, call, hooks))
+    hooks.onFailure = [this, function] {
+        VDI_LOG_IN(QtInfoMsg, function) << "failed to query device config.";
+        m_deviceConfigRetryDelay = nextRetryDelay(m_deviceConfigRetryDelay);
+        VDI_LOG_IN(QtInfoMsg, function) << "query device config count changed to:" << m_deviceConfigRetryDelay;
+    };
+    RpcResult<client::DeviceConfigInfoResp, tagDeviceConfigInfoResp> call;
+    if (!answers(unaryCall(shape, stub, &client::ClientCore::Stub::queryDeviceConfigInfo,
+                           [&req](client::DeviceConfigInfoReq& message) { H::toDeviceConfigInfoReq(req, message); },
+                           &H::fromDeviceConfigInfoResp, call, hooks)))
         return;
 
     // A refusal by a server that answers leaves the step as it was.
-    if (call.flag) {
+    if (call.called() && call.flag) {
         m_deviceConfigRetryDelay = 1;
         VDI_INFO << "succeed to query device config and query device config count changed to init:"
                  << m_deviceConfigRetryDelay;
@@ -119,11 +110,11 @@ void VdiDesktopGrpcWorker::queryGatewayInfo()
                              .redact(Redaction::None)
                              .onNullStub("stub is null.")
                              .deadline(CallContext::Fixed);
-    RpcHooks hooks;
-    hooks.onFailure = [function] { VDI_LOG_IN(qInfo, function) << "query gateway info fail"; };
+    RpcHooks<tagGatewayInfoResp> hooks;
+    hooks.onFailure = [function] { VDI_LOG_IN(QtInfoMsg, function) << "query gateway info fail"; };
     RpcResult<common::queryGatewayInfoResp, tagGatewayInfoResp> call;
-    if (unaryCall(shape, stubCommon, &common::CommonCore::Stub::queryGatewayInfo, noRequest,
-                  &H::fromGatewayInfoResp, call, hooks))
+    if (answers(unaryCall(shape, stubCommon, &common::CommonCore::Stub::queryGatewayInfo, noRequest,
+                          &H::fromGatewayInfoResp, call, hooks)))
         emit queryGatewayInfoResult(call.record, call.flag);
 }
 
@@ -137,7 +128,7 @@ void VdiDesktopGrpcWorker::onQueryControllerType(QString serverIp)
                              .redact(Redaction::None)
                              .onNullStub(" stub is null.", NullStub::Silent);
     RpcResult<client::WhoAreYouReply, tagQueryControllerTypeResp> call;
-    if (unaryCall(shape, stub, &client::ClientCore::Stub::WhoAreYou, noRequest, &H::fromQueryControllerType, call, {}))
+    if (answers(unaryCall(shape, stub, &client::ClientCore::Stub::WhoAreYou, noRequest, &H::fromQueryControllerType, call)))
         emit queryControllerTypeResultForGrpcWorker(call.record, call.flag, serverIp);
 }
 
@@ -149,7 +140,7 @@ void VdiDesktopGrpcWorker::onQueryControllerList(QString serverIp)
                              .redact(Redaction::None)
                              .onNullStub(" stub is null.", NullStub::Silent);
     RpcResult<client::ResourceList, tagQureyControllerListResp> call;
-    if (unaryCall(shape, stub, &client::ClientCore::Stub::QueryNodes, noRequest, &H::fromQureyControllerListResp, call, {}))
+    if (answers(unaryCall(shape, stub, &client::ClientCore::Stub::QueryNodes, noRequest, &H::fromQureyControllerListResp, call)))
         emit queryControllerListResultForGrpcWorker(call.record, call.flag, serverIp);
 }
 
@@ -157,7 +148,7 @@ void VdiDesktopGrpcWorker::slotQueryServerIpForVm()
 {
     const RpcShape shape = RpcShape::at(__FUNCTION__).fixedRequest(" query server ip for vm.").redact(Redaction::None);
     RpcResult<common_message::AgentUseControllerIpResp, tagVmControllerIpResp> call;
-    if (unaryCall(shape, stub, &client::ClientCore::Stub::queryAgentUseControllerIp, noRequest,
-                  &H::fromQueryVmControllerIpResq, call, {}))
+    if (answers(unaryCall(shape, stub, &client::ClientCore::Stub::queryAgentUseControllerIp, noRequest,
+                          &H::fromQueryVmControllerIpResq, call)))
         emit queryServerIpResult(call.record, call.flag);
 }

@@ -1,14 +1,22 @@
 // The one shape of a request handler of the worker, written once. A handler states only its
-// own data (an RpcShape: labels, level, redaction, context, null-stub answer), its stub and RPC,
-// its conversions, and what it does on top of the common steps; the frame does the rest:
+// own data (an RpcShape: labels, level, redaction, context, null-stub answer, switches), its
+// stub and RPC, its conversions, and its hooks (RpcHooks: precondition, a step before the call,
+// the failure, the copy of request fields into the reply); the frame does the rest:
 //
-//   interruption check, null-stub branch, heap context published for stop(), redacted request
-//   log, the blocking call, reply log, status or reply error, flag.
+//   interruption check, precondition, null-stub branch, context made and published for stop(),
+//   redacted request log, the blocking call, reply log, status or reply error, flag, copy.
 //
-// The handler emits its result itself when the frame returns true.
+// The frame returns an explicit CallOutcome. A handler answers (emits its result) exactly when
+// the outcome says so (answers()), and only a Called outcome carries a status and a reply of
+// the server: on the null-stub roads the status is the fabricated NOT_FOUND, never an untouched
+// OK. Context and request live in the handler's RpcResult, so they stay alive until the handler
+// has emitted and returned.
+//
+// Internal to the library: not installed.
 #pragma once
 
 #include <functional>
+#include <memory>
 
 #include <QThread>
 
@@ -36,6 +44,23 @@ enum class NullStub : int {
     Ignore,  // log and return
 };
 
+// How a handler's run through the frame ended.
+enum class CallOutcome {
+    Interrupted,       // stop was requested before the call: nothing is answered
+    Declined,          // the handler's precondition ended it: nothing is answered
+    NullStubIgnored,   // no stub, logged only: nothing is answered
+    NullStubSilent,    // no stub, NOT_FOUND went the failure way, but nothing is answered
+    NullStubAnswered,  // no stub: the handler answers false with the NOT_FOUND error record
+    Admitted,          // entry steps passed; only seen by handlers that dispatch by themselves
+    Called,            // the call took place: status and reply are the server's
+};
+
+// True for the outcomes after which the handler emits its result.
+inline bool answers(CallOutcome outcome)
+{
+    return outcome == CallOutcome::NullStubAnswered || outcome == CallOutcome::Called;
+}
+
 struct RpcShape {
     const char* function = "";
     QtMsgType level = QtInfoMsg;
@@ -51,7 +76,8 @@ struct RpcShape {
     int* retryDelay = nullptr;          // counter of a stepped deadline
     const char* deadlineText = nullptr; // log line of a stepped deadline
     bool logAfterCall = false;          // both the request and the reply are logged after the call
-    bool rebuildOnFailure = true;       // a failed status goes through statusCodeToErrorData
+    bool failureToHandler = false;      // a failed status gets no error record and no rebuild here
+    bool convertBeforeStatus = false;   // the reply is converted whatever the status
 
     static RpcShape at(const char* function, QtMsgType level = QtInfoMsg)
     {
@@ -99,15 +125,6 @@ struct RpcShape {
         shape.context = kind;
         return shape;
     }
-    // The gateway's own calls: both texts logged after the call, and a failure is the
-    // handler's business alone (no error record, no rebuild of the channels).
-    RpcShape gatewayCall() const
-    {
-        RpcShape shape = *this;
-        shape.logAfterCall = true;
-        shape.rebuildOnFailure = false;
-        return shape;
-    }
     RpcShape stepped(int* counter, const char* text) const
     {
         RpcShape shape = deadline(CallContext::Stepped);
@@ -115,21 +132,82 @@ struct RpcShape {
         shape.deadlineText = text;
         return shape;
     }
+    // Request and reply texts are both logged once the call has returned.
+    RpcShape loggedAfterCall() const
+    {
+        RpcShape shape = *this;
+        shape.logAfterCall = true;
+        return shape;
+    }
+    // A failed status is the handler's business: the frame neither fills the error record nor
+    // rebuilds the channels; the handler calls statusCodeToErrorData where it wants to.
+    RpcShape failureLeftToHandler() const
+    {
+        RpcShape shape = *this;
+        shape.failureToHandler = true;
+        return shape;
+    }
+    // The reply is converted before the status is looked at, so a failed call first fills the
+    // record from the empty reply and the failure then overwrites only the error.
+    RpcShape convertedBeforeStatus() const
+    {
+        RpcShape shape = *this;
+        shape.convertBeforeStatus = true;
+        return shape;
+    }
+    // The gateway's own calls: logged after the call, and a failure is left to the handler.
+    RpcShape gatewayCall() const { return loggedAfterCall().failureLeftToHandler(); }
 };
 
-// Steps of the frame at which a handler adds lines of its own.
+// What a handler's precondition decides, between the interruption check and the stub test.
+struct Gate {
+    enum Kind {
+        Proceed,   // go on to the stub test
+        Decline,   // end the handler here: no log about the stub, no answer
+        NullStub,  // take the null-stub road now, with this text
+    };
+    Kind kind = Proceed;
+    const char* nullStubText = nullptr;  // replaces the shape's null-stub text when set
+
+    static Gate proceed(const char* nullStubText = nullptr) { return {Proceed, nullStubText}; }
+    static Gate decline() { return {Decline, nullptr}; }
+    static Gate nullStub(const char* text) { return {NullStub, text}; }
+};
+
+// Steps of the frame at which a handler adds work of its own.
+template <class Record>
 struct RpcHooks {
-    std::function<void()> beforeCall;  // after the stub check, before the context is made
-    std::function<void()> onFailure;   // non-OK status, before it becomes an error record
+    std::function<Gate()> precondition;  // after the interruption check, before the stub test
+    std::function<void()> beforeCall;    // after the stub test, before the context is made
+    std::function<void()> onFailure;     // non-OK status, before it becomes an error record
+    // Request fields copied into the reply, on every road that answers (null stub included).
+    std::function<void(Record&)> copy;
+    // Copied only after a call took place.
+    std::function<void(Record&)> copyAfterCall;
 };
 
 template <class Reply, class Record>
 struct RpcResult {
-    grpc::Status status;
+    CallOutcome outcome = CallOutcome::Interrupted;
+    grpc::Status status;  // NOT_FOUND on the null-stub roads, the call's status after a call
     Reply reply;
     Record record;
-    bool flag = false;     // status OK and the reply's error code 0, unless the handler decides
-    bool called = false;   // false: the null-stub branch answered
+    bool flag = false;  // status OK and the reply's error code 0, unless the handler decides
+    // Owners of the call's context and request: alive until the handler returns.
+    std::shared_ptr<grpc::ClientContext> context;
+    std::unique_ptr<google::protobuf::Message> request;
+
+    bool called() const { return outcome == CallOutcome::Called; }
+    bool answers() const { return ::answers(outcome); }
+};
+
+// The outcome of a client-streaming call.
+template <class Reply>
+struct StreamResult {
+    CallOutcome outcome = CallOutcome::Interrupted;
+    grpc::Status status;
+    Reply reply;
+    std::shared_ptr<grpc::ClientContext> context;
 };
 
 namespace vdiframe {
@@ -167,76 +245,149 @@ struct NoConversion {
 };
 } // namespace vdiframe
 
-template <class Stub, class Request, class Reply, class Record, class Fill, class Convert>
-bool VdiDesktopGrpcWorker::unaryCall(const RpcShape& shape, const std::shared_ptr<Stub>& stubMember,
-                                     grpc::Status (Stub::*rpc)(grpc::ClientContext*, const Request&, Reply*),
-                                     Fill fill, Convert convert, RpcResult<Reply, Record>& out,
-                                     const RpcHooks& hooks)
+template <class Result, class Record>
+CallOutcome VdiDesktopGrpcWorker::enterHandler(const RpcShape& shape, bool hasStub,
+                                               const RpcHooks<Record>& hooks, Result& out)
 {
     if (interruptionRequested(shape.function))
-        return false;
+        return out.outcome = CallOutcome::Interrupted;
+
+    const char* nullStubText = shape.nullStubText;
+    if (hooks.precondition) {
+        const Gate gate = hooks.precondition();
+        if (gate.kind == Gate::Decline)
+            return out.outcome = CallOutcome::Declined;
+        if (gate.nullStubText)
+            nullStubText = gate.nullStubText;
+        if (gate.kind == Gate::NullStub)
+            hasStub = false;
+    }
+    if (hasStub)
+        return out.outcome = CallOutcome::Admitted;
+
+    VDI_LOG_IN(QtCriticalMsg, shape.function) << nullStubText;
+    if (shape.nullStub == NullStub::Ignore)
+        return out.outcome = CallOutcome::NullStubIgnored;
+    // Not a transport error, but it takes the same way as one, rebuild included.
+    out.status = grpc::Status(grpc::StatusCode::NOT_FOUND, std::string());
+    statusCodeToErrorData(out.status, out.record.error);
+    out.flag = false;
+    if (shape.nullStub == NullStub::Silent)
+        return out.outcome = CallOutcome::NullStubSilent;
+    if (hooks.copy)
+        hooks.copy(out.record);
+    return out.outcome = CallOutcome::NullStubAnswered;
+}
+
+template <class Stub, class Request, class Reply, class Record, class Fill, class Convert>
+CallOutcome VdiDesktopGrpcWorker::unaryCall(const RpcShape& shape, const std::shared_ptr<Stub>& stubMember,
+                                            grpc::Status (Stub::*rpc)(grpc::ClientContext*, const Request&, Reply*),
+                                            Fill fill, Convert convert, RpcResult<Reply, Record>& out,
+                                            const RpcHooks<Record>& hooks)
+{
     // A local owner: a failure rebuilds the channels and replaces the member.
     const std::shared_ptr<Stub> stub = stubMember;
-    if (!stub)
-        return answerNullStub(shape.function, shape.nullStubText, shape.nullStub, out.record.error);
+    if (enterHandler(shape, stub != nullptr, hooks, out) != CallOutcome::Admitted)
+        return out.outcome;
     if (hooks.beforeCall)
         hooks.beforeCall();
 
-    const std::shared_ptr<grpc::ClientContext> context = newCallContext();
-    prepareContext(shape, *context);
+    out.context = std::make_shared<grpc::ClientContext>();
+    prepareContext(shape, *out.context);
+    publishContext(out.context);
 
-    Request request;
-    fill(request);
+    auto request = std::make_unique<Request>();
+    fill(*request);
+    out.request.reset(request.release());
+    const Request& message = static_cast<const Request&>(*out.request);
     if (!shape.logAfterCall)
-        logRequest(shape, request);
+        logRequest(shape, message);
 
-    out.status = (stub.get()->*rpc)(context.get(), request, &out.reply);
-    out.called = true;
+    out.status = (stub.get()->*rpc)(out.context.get(), message, &out.reply);
+    out.outcome = CallOutcome::Called;
     if (shape.logAfterCall)
-        logRequest(shape, request);
+        logRequest(shape, message);
     logReply(shape, out.reply);
 
+    if (shape.convertBeforeStatus)
+        convert(out.reply, out.record);
     if (!out.status.ok()) {
         if (hooks.onFailure)
             hooks.onFailure();
-        if (shape.rebuildOnFailure)
+        if (!shape.failureToHandler)
             statusCodeToErrorData(out.status, out.record.error);
         out.flag = false;
     } else {
-        convert(out.reply, out.record);
+        if (!shape.convertBeforeStatus)
+            convert(out.reply, out.record);
         out.flag = vdiframe::replyErrorCode(out.reply) == 0;
     }
-    return true;
+    if (hooks.copy)
+        hooks.copy(out.record);
+    if (hooks.copyAfterCall)
+        hooks.copyAfterCall(out.record);
+    return out.outcome;
+}
+
+template <class Stub, class Request, class Reply, class Write>
+CallOutcome VdiDesktopGrpcWorker::streamCall(const RpcShape& shape, const std::shared_ptr<Stub>& stubMember,
+                                             std::unique_ptr<grpc::ClientWriter<Request>> (Stub::*rpc)(grpc::ClientContext*, Reply*),
+                                             Write write, StreamResult<Reply>& out)
+{
+    const std::shared_ptr<Stub> stub = stubMember;
+    // Our own guard: a stream on a missing stub is skipped, never dereferenced.
+    if (!stub) {
+        VDI_LOG_IN(QtCriticalMsg, shape.function) << shape.nullStubText;
+        return out.outcome = CallOutcome::NullStubIgnored;
+    }
+    out.context = std::make_shared<grpc::ClientContext>();
+    prepareContext(shape, *out.context);
+    publishContext(out.context);
+
+    std::unique_ptr<grpc::ClientWriter<Request>> writer = (stub.get()->*rpc)(out.context.get(), &out.reply);
+    write(*writer);
+    writer->WritesDone();
+    out.status = writer->Finish();
+    return out.outcome = CallOutcome::Called;
 }
 
 template <class Request>
 void VdiDesktopGrpcWorker::logRequest(const RpcShape& shape, const Request& request)
 {
-    QDebug log = vdiLog(shape.level, shape.function);
-    log << shape.requestLabel;
-    if (shape.requestLabelOnly)
-        return;
-    if (shape.requestText) {
-        log << shape.requestText;
+    if (shape.requestLabelOnly) {
+        VDI_LOG_IN(shape.level, shape.function) << shape.requestLabel;
         return;
     }
+    if (shape.requestText) {
+        VDI_LOG_IN(shape.level, shape.function) << shape.requestLabel << shape.requestText;
+        return;
+    }
+    // The text is built only when the level is switched on.
+    VDI_LOG_IN(shape.level, shape.function) << shape.requestLabel << requestLogText(shape, request);
+}
+
+template <class Request>
+QString VdiDesktopGrpcWorker::requestLogText(const RpcShape& shape, const Request& request)
+{
     QString text = VdiDesktopGrpcHelper::fromStdString(request.DebugString());
     if (shape.redaction == Redaction::Print)
         printInfoWithoutKeyList(text);
     else if (shape.redaction == Redaction::Debug)
         text = debugInfoWithoutKeyList(text);
-    log << text;
+    return text;
 }
 
 template <class Reply>
 void VdiDesktopGrpcWorker::logReply(const RpcShape& shape, const Reply& reply)
 {
+    if (!vdiLogEnabled(shape.level))
+        return;
     const std::string text = reply.DebugString();
     if (shape.redactReply) {
         QString redacted = VdiDesktopGrpcHelper::fromStdString(text);
         printInfoWithoutKeyList(redacted);
-        vdiLog(shape.level, shape.function) << shape.replyLabel << redacted;
+        VDI_LOG_IN(shape.level, shape.function) << shape.replyLabel << redacted;
         return;
     }
-    vdiLog(shape.level, shape.function) << shape.replyLabel << text.c_str();
+    VDI_LOG_IN(shape.level, shape.function) << shape.replyLabel << text.c_str();
 }

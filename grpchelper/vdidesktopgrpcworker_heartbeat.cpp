@@ -48,15 +48,15 @@ void VdiDesktopGrpcWorker::timerEvent(QTimerEvent* event)
 void VdiDesktopGrpcWorker::mySendHeart()
 {
     const RpcShape shape = RpcShape::at(__FUNCTION__).labels("package request:\n", "package reply:\n");
-    RpcHooks hooks;
+    RpcHooks<tagHeartbeatReply> hooks;
     hooks.beforeCall = [this] { startHeartTimer(); };  // any beat past the stub check
     RpcResult<client::HeartbeatResp, tagHeartbeatReply> call;
-    if (!unaryCall(shape, stub, &client::ClientCore::Stub::Heartbeat,
-                   [this](client::HeartbeatReq& message) { VdiDesktopGrpcHelper::toHeartBeatReq(m_heartbeatRequest, message); },
-                   &VdiDesktopGrpcHelper::fromHeartbeatResq, call, hooks))
+    if (!answers(unaryCall(shape, stub, &client::ClientCore::Stub::Heartbeat,
+                           [this](client::HeartbeatReq& message) { VdiDesktopGrpcHelper::toHeartBeatReq(m_heartbeatRequest, message); },
+                           &VdiDesktopGrpcHelper::fromHeartbeatResq, call, hooks)))
         return;
 
-    if (call.called) {
+    if (call.called()) {
         // A lost or slow server is no failed heartbeat: the code tells the application.
         const int code = call.record.error.errorCode;
         if (call.status.ok())

@@ -2,10 +2,13 @@
 // refresh of the desktop list.
 #include "vdidesktopgrpcworker_frame.h"
 
+#include <google/protobuf/empty.pb.h>
+
 #include "basesettings.h"
 
 namespace {
 using H = VdiDesktopGrpcHelper;
+using vdiinternal::BaseSettings;
 
 const char* const kGatewayLoginFailed = "认证网关失败";
 const char* const kLoginTooSlow = " 服务器响应登录请求超时，请稍后重试 ";
@@ -18,18 +21,24 @@ void fillLogin(const tagLoginRequest& request, client::LoginReq& message)
 
 void VdiDesktopGrpcWorker::login(const tagLoginRequest& request)
 {
-    if (interruptionRequested(__FUNCTION__))
-        return;
-    if (m_serverType != BaseSettings::Gateway) {
+    // The frame's entry steps on the gateway stub; a direct deployment goes straight on.
+    const RpcShape shape = RpcShape::at(__FUNCTION__).onNullStub("gateway stub null");
+    RpcHooks<tagLoginReply> hooks;
+    hooks.precondition = [this] { return m_serverType == BaseSettings::Gateway ? Gate::proceed() : Gate::decline(); };
+    RpcResult<google::protobuf::Empty, tagLoginReply> entry;
+    switch (enterHandler(shape, stubGateway != nullptr, hooks, entry)) {
+    case CallOutcome::Declined:
         loginInternal(request);
         return;
-    }
-    if (!stubGateway) {
-        tagLoginReply reply;
-        if (answerNullStub(__FUNCTION__, "gateway stub null", NullStub::Answer, reply.error))
-            emit loginResult(reply, false);
+    case CallOutcome::NullStubAnswered:
+        emit loginResult(entry.record, false);
+        return;
+    case CallOutcome::Admitted:
+        break;
+    default:
         return;
     }
+
     // A failed check reads as "no authentication needed": the login then decides by itself.
     if (!checkAuthStatus()) {
         VDI_INFO << "no need auth gateway, login now";
@@ -51,11 +60,12 @@ void VdiDesktopGrpcWorker::loginInternal(const tagLoginRequest& request)
 {
     const RpcShape shape = RpcShape::at(__FUNCTION__).labels(" package request:\n", " package reply:\n");
     RpcResult<client::LoginResp, tagLoginReply> call;
-    if (!unaryCall(shape, stub, &client::ClientCore::Stub::Login,
-                   [&request](client::LoginReq& message) { fillLogin(request, message); }, &H::fromLoginResp, call, {}))
+    if (!answers(unaryCall(shape, stub, &client::ClientCore::Stub::Login,
+                           [&request](client::LoginReq& message) { fillLogin(request, message); }, &H::fromLoginResp,
+                           call)))
         return;
     // A server that answers the network but reports a timeout has only been too slow.
-    if (call.called && vdiframe::replyErrorCode(call.reply) == 4 && tryConnetRemoteHost())
+    if (call.called() && call.status.ok() && vdiframe::replyErrorCode(call.reply) == 4 && tryConnetRemoteHost())
         call.record.error.errorMsgZh = QString::fromUtf8(kLoginTooSlow);
     emit loginResult(call.record, call.flag);
 }
@@ -64,8 +74,9 @@ void VdiDesktopGrpcWorker::updateVmInfoFromServer(const tagLoginRequest& request
 {
     const RpcShape shape = RpcShape::at(__FUNCTION__, QtDebugMsg);
     RpcResult<client::LoginResp, tagLoginReply> call;
-    if (unaryCall(shape, stub, &client::ClientCore::Stub::Login,
-                  [&request](client::LoginReq& message) { fillLogin(request, message); }, &H::fromLoginResp, call, {}))
+    if (answers(unaryCall(shape, stub, &client::ClientCore::Stub::Login,
+                          [&request](client::LoginReq& message) { fillLogin(request, message); }, &H::fromLoginResp,
+                          call)))
         emit updateVmInfoFromServerResult(call.record, call.flag);
 }
 
@@ -82,7 +93,8 @@ bool VdiDesktopGrpcWorker::checkAuthStatus()
         message.set_mac("0:0:0:0");
         message.set_client_type("0");
     };
-    if (!unaryCall(shape, stubGateway, &gateway::GatewayCore::Stub::CheckAuthStatus, fill, vdiframe::NoConversion(), call, {}))
+    if (unaryCall(shape, stubGateway, &gateway::GatewayCore::Stub::CheckAuthStatus, fill, vdiframe::NoConversion(), call)
+        != CallOutcome::Called)
         return false;
     if (!call.status.ok()) {
         VDI_CRITICAL << "check gateway auth status error: " << call.status.error_message().c_str();
@@ -114,7 +126,8 @@ void VdiDesktopGrpcWorker::loginGateway(const QString& user, const QString& pass
         message.mutable_client_base_info()->set_password(password.toStdString());
         message.mutable_client_extend_info();
     };
-    if (!unaryCall(shape, stubGateway, &gateway::GatewayCore::Stub::LoginGateway, fill, vdiframe::NoConversion(), call, {}))
+    if (unaryCall(shape, stubGateway, &gateway::GatewayCore::Stub::LoginGateway, fill, vdiframe::NoConversion(), call)
+        != CallOutcome::Called)
         return;
 
     // The token decides, whatever the status says.

@@ -122,8 +122,18 @@ public:
     int deviceConfigRetryDelay() const { return w.m_deviceConfigRetryDelay; }
     const tagHeartbeatRequest& heartbeatRequest() const { return w.m_heartbeatRequest; }
 
-    std::shared_ptr<grpc::ClientContext> newCallContext() { return w.newCallContext(); }
-    bool hasCurrentContext() const { return !w.m_currentContext.expired(); }
+    // A context published as a handler publishes the one of its call.
+    std::shared_ptr<grpc::ClientContext> newCallContext()
+    {
+        auto context = std::make_shared<grpc::ClientContext>();
+        w.publishContext(context);
+        return context;
+    }
+    bool hasCurrentContext() const
+    {
+        std::lock_guard<std::mutex> lock(w.m_contextMutex);
+        return !w.m_currentContext.expired();
+    }
 
 private:
     VdiDesktopGrpcWorker& w;

@@ -82,7 +82,7 @@ QList<tagLocalNetworkInfo> Utility::getLocalNetworkIPV4Infos() const
             tagLocalNetworkInfo info;
             info.mac = networkInterface.hardwareAddress();
             info.ip = text;
-            VDI_LOG_IN(qInfo, "print") << "ip: " << info.ip << " mac: " << info.mac;
+            VDI_LOG_IN(QtInfoMsg, "print") << "ip: " << info.ip << " mac: " << info.mac;
             candidates.append(info);
         }
     }
