@@ -189,7 +189,8 @@ struct RpcHooks {
 template <class Reply, class Record>
 struct RpcResult {
     CallOutcome outcome = CallOutcome::Interrupted;
-    grpc::Status status;  // NOT_FOUND on the null-stub roads, the call's status after a call
+    // The call's status after a call, NOT_FOUND on the null-stub roads, and never OK otherwise.
+    grpc::Status status{grpc::StatusCode::UNKNOWN, "no call was made"};
     Reply reply;
     Record record;
     bool flag = false;  // status OK and the reply's error code 0, unless the handler decides
@@ -205,7 +206,7 @@ struct RpcResult {
 template <class Reply>
 struct StreamResult {
     CallOutcome outcome = CallOutcome::Interrupted;
-    grpc::Status status;
+    grpc::Status status{grpc::StatusCode::UNKNOWN, "no call was made"};
     Reply reply;
     std::shared_ptr<grpc::ClientContext> context;
 };
@@ -266,10 +267,10 @@ CallOutcome VdiDesktopGrpcWorker::enterHandler(const RpcShape& shape, bool hasSt
         return out.outcome = CallOutcome::Admitted;
 
     VDI_LOG_IN(QtCriticalMsg, shape.function) << nullStubText;
+    out.status = grpc::Status(grpc::StatusCode::NOT_FOUND, std::string());
     if (shape.nullStub == NullStub::Ignore)
         return out.outcome = CallOutcome::NullStubIgnored;
     // Not a transport error, but it takes the same way as one, rebuild included.
-    out.status = grpc::Status(grpc::StatusCode::NOT_FOUND, std::string());
     statusCodeToErrorData(out.status, out.record.error);
     out.flag = false;
     if (shape.nullStub == NullStub::Silent)
@@ -338,6 +339,7 @@ CallOutcome VdiDesktopGrpcWorker::streamCall(const RpcShape& shape, const std::s
     // Our own guard: a stream on a missing stub is skipped, never dereferenced.
     if (!stub) {
         VDI_LOG_IN(QtCriticalMsg, shape.function) << shape.nullStubText;
+        out.status = grpc::Status(grpc::StatusCode::NOT_FOUND, std::string());
         return out.outcome = CallOutcome::NullStubIgnored;
     }
     out.context = std::make_shared<grpc::ClientContext>();

@@ -1,21 +1,33 @@
 // The gateway settings file: the only state of the library that survives a restart.
 #include "vdidesktopgrpcworker.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <QDir>
 #include <QFile>
 #include <QSettings>
 #include <QStandardPaths>
 
 #include "vdidesktopgrpchelper.h"
+#include "vdilog.h"
 
 namespace {
 const QString kGroup = QStringLiteral("GATEWAYINFO");
 
-// The file holds the gateway password in the clear: only its owner may read or write it.
-void restrictToOwner(const QString& path)
+// The file holds the gateway password in the clear: it is owner-only from its first byte.
+// QSettings replaces the file through QSaveFile, which gives every new version the mode of
+// the existing file, so the file is made (or, left wider by an older version, tightened to)
+// 0600 before anything is written to it.
+bool makeOwnerOnlyFile(const QString& path)
 {
-    if (QFile::exists(path))
-        QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (fd < 0)
+        return false;
+    const bool ownerOnly = ::fchmod(fd, S_IRUSR | S_IWUSR) == 0;
+    ::close(fd);
+    return ownerOnly;
 }
 } // namespace
 
@@ -23,8 +35,9 @@ QString VdiDesktopGrpcWorker::getGatewaySettingsFilePath() const
 {
     const QString dir =
         QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QStringLiteral("/gateway");
+    // Only the owner may list the folder of the password file.
     if (!QDir(dir).exists())
-        QDir().mkdir(dir);
+        ::mkdir(QFile::encodeName(dir).constData(), S_IRWXU);
     return dir + QStringLiteral("/gatewaySettings.ini");
 }
 
@@ -51,16 +64,19 @@ QString VdiDesktopGrpcWorker::getGatewayToken() const
 void VdiDesktopGrpcWorker::saveGatewayInfo()
 {
     const QString path = getGatewaySettingsFilePath();
-    {
-        QSettings settings(path, QSettings::IniFormat);
-        settings.setIniCodec("UTF-8");
-        settings.beginGroup(kGroup);
-        settings.setValue(QStringLiteral("ip"), m_host);
-        settings.setValue(QStringLiteral("port"), m_port);
-        settings.setValue(QStringLiteral("token"), VdiDesktopGrpcHelper::fromStdString(m_gatewayToken));
-        settings.setValue(QStringLiteral("user"), m_gatewayUser);
-        settings.setValue(QStringLiteral("password"), m_gatewayPasswd);
-        settings.endGroup();
+    // Without an owner-only file the password is not written at all: QSettings would create
+    // the missing folders and the file with the umask's wider modes.
+    if (!makeOwnerOnlyFile(path)) {
+        VDI_WARNING << "cannot make the gateway settings file owner-only, not saved:" << path;
+        return;
     }
-    restrictToOwner(path);
+    QSettings settings(path, QSettings::IniFormat);
+    settings.setIniCodec("UTF-8");
+    settings.beginGroup(kGroup);
+    settings.setValue(QStringLiteral("ip"), m_host);
+    settings.setValue(QStringLiteral("port"), m_port);
+    settings.setValue(QStringLiteral("token"), VdiDesktopGrpcHelper::fromStdString(m_gatewayToken));
+    settings.setValue(QStringLiteral("user"), m_gatewayUser);
+    settings.setValue(QStringLiteral("password"), m_gatewayPasswd);
+    settings.endGroup();
 }

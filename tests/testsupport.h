@@ -14,6 +14,7 @@
 #include "fakeserver.h"
 #include "vdidesktopgrpcthread.h"
 #include "vdidesktopgrpcworker.h"
+#include "vdidesktopgrpcworker_frame.h"
 
 namespace vditest {
 
@@ -128,6 +129,17 @@ public:
         auto context = std::make_shared<grpc::ClientContext>();
         w.publishContext(context);
         return context;
+    }
+    // The frame itself, for tests of its steps with shapes and hooks of their own.
+    template <class... Args>
+    CallOutcome unaryCall(Args&&... args)
+    {
+        return w.unaryCall(std::forward<Args>(args)...);
+    }
+    template <class... Args>
+    CallOutcome streamCall(Args&&... args)
+    {
+        return w.streamCall(std::forward<Args>(args)...);
     }
     bool hasCurrentContext() const
     {

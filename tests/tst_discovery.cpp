@@ -48,6 +48,7 @@ private slots:
     void failuresRebuildChannels();
     void controllerQueries();
     void controllerQueriesSilentOnNullStub();
+    void nullStubIsNoSuccess();
     void gatewayListAndControllerIp();
     void stopCancelsHeldCall();
     void interruptedWorkerAnswersNothing();
@@ -311,6 +312,41 @@ void TestDiscovery::controllerQueriesSilentOnNullStub()
     QCOMPARE(argumentOf<bool>(ipSpy, 0, 1), false);
     QCOMPARE(argumentOf<tagVmControllerIpResp>(ipSpy).error.errorCode, 5);
     QCOMPARE(argumentOf<tagVmControllerIpResp>(ipSpy).error.errorMsgZh, QStringLiteral("找不到某些请求文件或目录。"));
+}
+
+// Before any connection (or after one whose pem file could not be read) every query fails:
+// none may read the untouched status of a call that never happened as a success.
+void TestDiscovery::nullStubIsNoSuccess()
+{
+    VdiDesktopGrpcWorker worker;  // never connected
+    VdiWorkerProbe probe(worker);
+    worker.initServerType(1);     // a configured gateway deployment
+    QSignalSpy typeSpy(&worker, &VdiDesktopGrpcWorker::queryServerTypeInfoResult);
+    QSignalSpy gatewaySpy(&worker, &VdiDesktopGrpcWorker::queryGatewayInfoResult);
+    QSignalSpy listSpy(&worker, &VdiDesktopGrpcWorker::queryControllerListResultForGrpcWorker);
+    vditest::LogCapture log;
+
+    worker.queryServerTypeInfo();
+    QCOMPARE(typeSpy.count(), 1);
+    QCOMPARE(argumentOf<bool>(typeSpy, 0, 1), false);
+    QCOMPARE(argumentOf<tagServerTypeInfoResp>(typeSpy).serverType, -1);
+    QCOMPARE(argumentOf<tagServerTypeInfoResp>(typeSpy).error.errorCode, 5);
+    QCOMPARE(probe.serverType(), 1);  // the configured mode stands
+    QCOMPARE(probe.serverTypeRetryDelay(), 1);
+    QVERIFY(log.contains(QStringLiteral("stub is null."), QtCriticalMsg));
+    QVERIFY(!log.contains(QStringLiteral("query server type result")));
+    QVERIFY(!log.contains(QStringLiteral("count changed")));
+
+    worker.queryGatewayInfo();
+    QCOMPARE(gatewaySpy.count(), 1);
+    QCOMPARE(argumentOf<bool>(gatewaySpy, 0, 1), false);
+    QCOMPARE(argumentOf<tagGatewayInfoResp>(gatewaySpy).error.errorCode, 5);
+
+    log.clear();
+    worker.onQueryControllerList(QStringLiteral("10.1.1.1"));
+    QVERIFY(!listSpy.wait(100));
+    QVERIFY(log.contains(QStringLiteral(" stub is null."), QtCriticalMsg));
+    QVERIFY(log.contains(kRestart));
 }
 
 void TestDiscovery::gatewayListAndControllerIp()

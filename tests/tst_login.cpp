@@ -64,6 +64,7 @@ private slots:
     void gatewayEmptyCredentials();
     void gatewayCheckFailureGoesStraightOn();
     void gatewayStubMissing();
+    void controllerStubMissing();
 
 private:
     // A worker in gateway mode, connected to the server, on the test thread.
@@ -416,6 +417,19 @@ void TestLogin::gatewayStubMissing()
     QCOMPARE(result.at(0).at(0).value<tagLoginReply>().error.errorCode, 5);
     QVERIFY(log.contains(QStringLiteral("gateway stub null"), QtCriticalMsg));
     QCOMPARE(server->callCount(kLogin), 0);
+}
+
+void TestLogin::controllerStubMissing()
+{
+    VdiDesktopGrpcWorker worker;  // direct deployment, never connected
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::loginResult);
+    vditest::LogCapture log;
+    worker.login(tagLoginRequest());
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(1).toBool(), false);
+    QCOMPARE(spy.at(0).at(0).value<tagLoginReply>().error.errorCode, 5);
+    QVERIFY(log.contains(QStringLiteral(" stub is null."), QtCriticalMsg));
+    QVERIFY(!log.contains(QStringLiteral("seccess to connect remote host")));
 }
 
 VDI_TEST_MAIN(TestLogin)
