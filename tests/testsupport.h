@@ -157,6 +157,8 @@ public:
     explicit VdiThreadProbe(VdiDesktopGrpcThread& facade) : f(facade) {}
     const tagBaseInfo& baseInfo() const { return f.m_baseInfo; }
     const tagExtendInfo& extendInfo() const { return f.m_extendInfo; }
+    void setBaseInfo(const tagBaseInfo& info) { f.m_baseInfo = info; }
+    void setExtendInfo(const tagExtendInfo& info) { f.m_extendInfo = info; }
     VdiDesktopGrpcWorker* worker() const { return f.m_worker; }
     QThread& thread() const { return f.m_thread; }
 

@@ -14,6 +14,7 @@ namespace {
 const char* const kWhoAreYou = "/client.ClientCore/WhoAreYou";
 const char* const kIsUseGateway = "/common.CommonCore/isUseGateway";
 const char* const kCheckAuthStatus = "/gateway.GatewayCore/CheckAuthStatus";
+const char* const kHeartbeat = "/client.ClientCore/Heartbeat";
 
 QByteArray readFile(const QString& path)
 {
@@ -45,6 +46,8 @@ private slots:
     void contextCarriesMetadataAndDeadline();
     void tokenIsRefilledFromSettingsFile();
     void reconnectReplacesEveryStub();
+    void failedCallRebuildsChannels_data();
+    void failedCallRebuildsChannels();
     void stopCancelsLiveContext();
     void probeOfRemoteHost();
 
@@ -267,6 +270,42 @@ void TestConnection::reconnectReplacesEveryStub()
     }
     QCOMPARE(m_server->callCount(kIsUseGateway), 1);
     QCOMPARE(m_server->callCount(kCheckAuthStatus), 1);
+}
+
+void TestConnection::failedCallRebuildsChannels_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::newRow("unavailable") << int(grpc::StatusCode::UNAVAILABLE);
+    QTest::newRow("deadline exceeded") << int(grpc::StatusCode::DEADLINE_EXCEEDED);  // answered at once
+}
+
+void TestConnection::failedCallRebuildsChannels()
+{
+    QFETCH(int, code);
+    vdifake::Script failure;
+    failure.code = grpc::StatusCode(code);
+    m_server->queueScript(kHeartbeat, failure);  // the second beat is answered OK
+
+    VdiDesktopGrpcWorker worker;
+    VdiWorkerProbe probe(worker);
+    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), true);
+    const auto stub = probe.stub();
+    const auto stubCommon = probe.stubCommon();
+
+    vditest::LogCapture log;
+    worker.sendHeart(tagHeartbeatRequest());
+    QVERIFY(log.contains(QStringLiteral("checked grpc server was unavailable, restart now!"), QtInfoMsg));
+    QVERIFY(probe.stub() && probe.stub() != stub);
+    QVERIFY(probe.stubCommon() && probe.stubCommon() != stubCommon);
+    QCOMPARE(probe.host(), QStringLiteral("127.0.0.1"));
+    QCOMPARE(probe.port(), ushort(m_server->port()));
+
+    // The rebuilt channels speak the language chosen at the connection.
+    worker.sendHeart(tagHeartbeatRequest());
+    const auto calls = m_server->calls(kHeartbeat);
+    QCOMPARE(calls.size(), size_t(2));
+    QCOMPARE(calls[0].metadataValue("client-language"), std::string("en"));
+    QCOMPARE(calls[1].metadataValue("client-language"), std::string("en"));
 }
 
 void TestConnection::stopCancelsLiveContext()

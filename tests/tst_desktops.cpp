@@ -1,9 +1,165 @@
 // Conversion of the login reply and of desktops.
 #include "testsupport.h"
 
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
 #include "vdidesktopgrpchelper.h"
 
 using H = VdiDesktopGrpcHelper;
+
+namespace {
+using google::protobuf::FieldDescriptor;
+using google::protobuf::Message;
+
+// Gives every singular number and text of the message and of its sub-messages a value of its
+// own, numbers counting up from `next`, and returns the paths of the numbers set
+// ("share_policy.rdp_clipboard"). Repeated fields are left empty.
+QStringList fillDistinct(Message& message, int& next, const QString& prefix = QString())
+{
+    QStringList paths;
+    const google::protobuf::Descriptor* descriptor = message.GetDescriptor();
+    const google::protobuf::Reflection* reflection = message.GetReflection();
+    for (int i = 0; i < descriptor->field_count(); ++i) {
+        const FieldDescriptor* field = descriptor->field(i);
+        const QString path = prefix + QString::fromStdString(field->name());
+        if (field->is_repeated())
+            continue;
+        switch (field->cpp_type()) {
+        case FieldDescriptor::CPPTYPE_INT32:
+            reflection->SetInt32(&message, field, next++);
+            paths << path;
+            break;
+        case FieldDescriptor::CPPTYPE_INT64:
+            reflection->SetInt64(&message, field, next++);
+            paths << path;
+            break;
+        case FieldDescriptor::CPPTYPE_STRING:
+            reflection->SetString(&message, field, "text " + std::to_string(next++));
+            break;
+        case FieldDescriptor::CPPTYPE_MESSAGE:
+            paths << fillDistinct(*reflection->MutableMessage(&message, field), next, path + QLatin1Char('.'));
+            break;
+        default:
+            break;
+        }
+    }
+    return paths;
+}
+
+// The number at a path that fillDistinct returned; -1 for a path that is not there.
+qint64 wireNumber(const Message& message, const QString& path)
+{
+    const Message* current = &message;
+    const QStringList names = path.split(QLatin1Char('.'));
+    for (int i = 0; i < names.size(); ++i) {
+        const FieldDescriptor* field = current->GetDescriptor()->FindFieldByName(names[i].toStdString());
+        if (!field)
+            return -1;
+        const google::protobuf::Reflection* reflection = current->GetReflection();
+        if (i + 1 < names.size()) {
+            current = &reflection->GetMessage(*current, field);
+            continue;
+        }
+        if (field->cpp_type() == FieldDescriptor::CPPTYPE_INT32)
+            return reflection->GetInt32(*current, field);
+        if (field->cpp_type() == FieldDescriptor::CPPTYPE_INT64)
+            return reflection->GetInt64(*current, field);
+    }
+    return -1;
+}
+
+template <class Record>
+struct WireField {
+    int Record::*member;
+    const char* name;
+    const char* wire;
+};
+
+// Compares each member with its wire field and checks that the table maps every number of the
+// message; the mismatches are returned.
+template <class Record>
+QStringList fieldMapMismatches(const std::vector<WireField<Record>>& table, const Record& record,
+                               const Message& message, QStringList numbers)
+{
+    QStringList mismatches;
+    for (const WireField<Record>& field : table) {
+        if (record.*field.member != wireNumber(message, QLatin1String(field.wire)))
+            mismatches << QStringLiteral("%1 is %2, %3 is %4")
+                              .arg(QLatin1String(field.name))
+                              .arg(record.*field.member)
+                              .arg(QLatin1String(field.wire))
+                              .arg(wireNumber(message, QLatin1String(field.wire)));
+        numbers.removeOne(QLatin1String(field.wire));
+    }
+    for (const QString& unmapped : numbers)
+        mismatches << QStringLiteral("%1 is mapped by no member").arg(unmapped);
+    return mismatches;
+}
+
+#define FIELD(Record, member, wire) WireField<Record>{&Record::member, #member, wire}
+
+const std::vector<WireField<tagVMOperator>> kVMOperatorFields{
+    FIELD(tagVMOperator, shudown, "shudown"),
+    FIELD(tagVMOperator, reboot, "reboot"),
+    FIELD(tagVMOperator, powerOffReboot, "power_off_reboot"),
+    FIELD(tagVMOperator, powerOff, "power_off"),
+    FIELD(tagVMOperator, backHome, "back_home"),
+    FIELD(tagVMOperator, disconnection, "disconnection"),
+    FIELD(tagVMOperator, clientCtrlAltDel, "client_ctrl_alt_del"),
+    FIELD(tagVMOperator, logoutUser, "logout_user"),
+    FIELD(tagVMOperator, snapshot, "snapshot"),
+    FIELD(tagVMOperator, networkDetection, "network_detection"),
+    FIELD(tagVMOperator, interactShutdown, "interact_shutdown"),
+    FIELD(tagVMOperator, clientOccupy, "client_occupy"),
+    FIELD(tagVMOperator, modifyName, "modify_name"),
+};
+
+const std::vector<WireField<tagControlPolicy>> kControlPolicyFields{
+    FIELD(tagControlPolicy, drivers, "share_policy.drivers"),
+    FIELD(tagControlPolicy, clipboard, "share_policy.clipboard"),
+    FIELD(tagControlPolicy, rdpClipboard, "share_policy.rdp_clipboard"),
+    FIELD(tagControlPolicy, vdpClipboard, "share_policy.vdp_clipboard"),
+    FIELD(tagControlPolicy, printers, "share_policy.printers"),
+    FIELD(tagControlPolicy, smartCard, "share_policy.smart_card"),
+    FIELD(tagControlPolicy, comports, "share_policy.comports"),
+    FIELD(tagControlPolicy, pnpDevice, "share_policy.pnp_device"),
+    FIELD(tagControlPolicy, redirectCamera, "share_policy.redirectCamera"),
+    FIELD(tagControlPolicy, usbEnable, "usb_policy.enable"),
+    FIELD(tagControlPolicy, usbRedirectStorage, "usb_policy.usbRedirectStorage"),
+    FIELD(tagControlPolicy, usbRedirectCamera, "usb_policy.usbRedirectCamera"),
+    FIELD(tagControlPolicy, usbRedirectScanner, "usb_policy.usbRedirectScanner"),
+    FIELD(tagControlPolicy, usbRedirectPrinter, "usb_policy.usbRedirectPrinter"),
+    FIELD(tagControlPolicy, usbRedirectSmartCard, "usb_policy.usbRedirectSmartCard"),
+    FIELD(tagControlPolicy, usbRedirectOther, "usb_policy.usbRedirectOther"),
+    FIELD(tagControlPolicy, usbRedirectCommunications, "usb_policy.usbRedirectCommunications"),
+    FIELD(tagControlPolicy, usbRedirectBridgeClass, "usb_policy.usbRedirectBridgeClass"),
+    FIELD(tagControlPolicy, usbRedirectWirelessController, "usb_policy.usbRedirectWirelessController"),
+    FIELD(tagControlPolicy, usbRedirectVendorSpecific, "usb_policy.usbRedirectVendorSpecific"),
+    FIELD(tagControlPolicy, storeReadonly, "usb_policy.store_readonly"),
+    FIELD(tagControlPolicy, serialEnable, "serial_policy.enable"),
+    FIELD(tagControlPolicy, watermarkEnable, "watermark_policy.enable"),
+    FIELD(tagControlPolicy, showIp, "watermark_policy.show_ip"),
+    FIELD(tagControlPolicy, showMac, "watermark_policy.show_mac"),
+    FIELD(tagControlPolicy, showTime, "watermark_policy.show_time"),
+    FIELD(tagControlPolicy, fullScreen, "watermark_policy.full_screen"),
+    FIELD(tagControlPolicy, fontSize, "watermark_policy.font_size"),
+    FIELD(tagControlPolicy, transparent, "watermark_policy.transparent"),
+    FIELD(tagControlPolicy, showUserName, "watermark_policy.show_user_name"),
+    FIELD(tagControlPolicy, showComptName, "watermark_policy.show_compt_name"),
+    FIELD(tagControlPolicy, rotationAngle, "watermark_policy.rotation_angle"),
+    FIELD(tagControlPolicy, showLoginName, "watermark_policy.show_login_name"),
+    FIELD(tagControlPolicy, showDesktopPoolName, "watermark_policy.show_desktop_pool_name"),
+    FIELD(tagControlPolicy, showSystemName, "watermark_policy.show_system_name"),
+    FIELD(tagControlPolicy, showPosition, "watermark_policy.show_position"),
+    FIELD(tagControlPolicy, videoEncode, "video_policy.videoEncode"),
+    FIELD(tagControlPolicy, spiceTls, "video_policy.spiceTls"),
+    FIELD(tagControlPolicy, reconnectionNetworkTime, "reconnection_network_time"),
+    FIELD(tagControlPolicy, parallelEnable, "parallel_policy.enable"),
+};
+
+#undef FIELD
+} // namespace
 
 class TestDesktops : public QObject
 {
@@ -12,6 +168,8 @@ private slots:
     void expiryCoding_data();
     void expiryCoding();
     void addresses();
+    void vmOperatorFieldMap();
+    void controlPolicyFieldMap();
     void absentGroupsGiveZeros();
     void loginReplyPools();
     void failedReplyIsConvertedInFull();
@@ -67,6 +225,42 @@ void TestDesktops::addresses()
     QCOMPARE(info.addressList.at(0).ipList, QList<QString>{QStringLiteral("10.0.0.1")});
 }
 
+void TestDesktops::vmOperatorFieldMap()
+{
+    client::PoolInfo pool;
+    int next = 101;
+    const QStringList numbers = fillDistinct(*pool.mutable_extend_op(), next);
+    fillDistinct(*pool.add_vm_list()->mutable_extend_op(), next);
+
+    tagVMOperator direct;
+    H::grpc2VMOperator(pool.extend_op(), direct);
+    QStringList mismatches = fieldMapMismatches(kVMOperatorFields, direct, pool.extend_op(), numbers);
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join('\n')));
+
+    // The pool's own actions and those of its desktop, each from its own extend_op.
+    tagPoolInfo converted;
+    H::grpc2PoolInfo(pool, converted);
+    mismatches = fieldMapMismatches<tagVMOperator>(kVMOperatorFields, converted, pool.extend_op(), numbers);
+    mismatches += fieldMapMismatches(kVMOperatorFields, converted.vmList.at(0).vmOperator, pool.vm_list(0).extend_op(),
+                                     numbers);
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join('\n')));
+}
+
+void TestDesktops::controlPolicyFieldMap()
+{
+    client::VmInfo vm;
+    int next = 101;
+    const QStringList numbers = fillDistinct(*vm.mutable_control_policy(), next);
+    tagVMInfo converted;
+    H::grpc2VMInfo(vm, converted);
+    const QStringList mismatches = fieldMapMismatches(kControlPolicyFields, converted.controlPolicy,
+                                                      vm.control_policy(), numbers);
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join('\n')));
+    const client::WatermarkPolicy& watermark = vm.control_policy().watermark_policy();
+    QCOMPARE(converted.controlPolicy.color, QString::fromStdString(watermark.color()));
+    QCOMPARE(converted.controlPolicy.userDefine, QString::fromStdString(watermark.user_define()));
+}
+
 void TestDesktops::absentGroupsGiveZeros()
 {
     // A desktop without extend_op: zeros, not the record's defaults.
@@ -115,6 +309,8 @@ void TestDesktops::loginReplyPools()
     reply.set_name("alice");
     reply.set_user_id(5000000000LL);
     reply.set_smstimout(60);
+    reply.set_due_date(5000000001LL);
+    reply.set_user_expire_time(6000000002LL);
     reply.set_use_gateway(1);  // dropped
     for (const char* name : {"first", "second"}) {
         client::PoolInfo* pool = reply.add_pool_list();
@@ -137,6 +333,8 @@ void TestDesktops::loginReplyPools()
     QCOMPARE(converted.name, QStringLiteral("alice"));
     QCOMPARE(converted.userId, qint64(5000000000LL));
     QCOMPARE(converted.smsTimout, 60);
+    QCOMPARE(converted.dueDate, qint64(5000000001LL));
+    QCOMPARE(converted.userExpireTime, qint64(6000000002LL));
     QCOMPARE(converted.error.errorCode, 0);
     QCOMPARE(converted.poolList.size(), 3);
     QCOMPARE(converted.poolList[0].name, QStringLiteral("first"));

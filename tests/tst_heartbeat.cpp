@@ -1,6 +1,9 @@
 // The heartbeat: its flag rule, its timer and the facade's record.
 #include "testsupport.h"
 
+#include <algorithm>
+
+#include <QAbstractEventDispatcher>
 #include <QTimerEvent>
 
 namespace {
@@ -111,6 +114,14 @@ void TestHeartbeat::timer()
     QVERIFY(empty.has_client_extend_info());
     const int timerId = probe.heartTimerId();
     QVERIFY(timerId != -1);
+    // Every five minutes, coarse. Qt's dispatchers keep a coarse timer of 20 s or more as a
+    // very coarse one, so only a precise timer shows as such.
+    const auto timers = QAbstractEventDispatcher::instance()->registeredTimers(&worker);
+    const auto heart = std::find_if(timers.begin(), timers.end(), [&](const auto& t) { return t.timerId == timerId; });
+    QVERIFY(heart != timers.end());
+    QCOMPARE(heart->interval, 300000);
+    QVERIFY2(heart->timerType == Qt::CoarseTimer || heart->timerType == Qt::VeryCoarseTimer,
+             QByteArray::number(heart->timerType).constData());
 
     // A tick of our timer beats with the kept record; a foreign timer does not.
     tagHeartbeatRequest request;

@@ -40,6 +40,11 @@ private slots:
     void connectedServer();
     void reviseMac();
     void candidatesAreRoutableIPv4();
+    void candidateFilter_data();
+    void candidateFilter();
+    void candidatesKeepInterfaceOrder();
+    void candidateChoice_data();
+    void candidateChoice();
     void deviceNetworkInfo_data();
     void deviceNetworkInfo();
     void sizeString_data();
@@ -179,6 +184,98 @@ void TestUtility::candidatesAreRoutableIPv4()
                  qPrintable(candidate.ip));
     }
     QCOMPARE(log.count("[ print ] ip: ", QtInfoMsg), candidates.size());
+}
+
+void TestUtility::candidateFilter_data()
+{
+    const int upAndRunning = QNetworkInterface::IsUp | QNetworkInterface::IsRunning;
+    QTest::addColumn<int>("flags");
+    QTest::addColumn<QString>("address");
+    QTest::addColumn<bool>("kept");
+    QTest::newRow("up and running") << upAndRunning << "10.0.0.1" << true;
+    QTest::newRow("up, not running") << int(QNetworkInterface::IsUp) << "10.0.0.1" << false;
+    QTest::newRow("running, not up") << int(QNetworkInterface::IsRunning) << "10.0.0.1" << false;
+    QTest::newRow("loopback interface: flags do not matter")
+        << (upAndRunning | QNetworkInterface::IsLoopBack) << "10.0.0.1" << true;
+    QTest::newRow("127.0.0.1") << upAndRunning << "127.0.0.1" << false;
+    QTest::newRow("::1") << upAndRunning << "::1" << false;
+    QTest::newRow("IPv6") << upAndRunning << "fe80::5054:ff:fe12:3456" << false;
+    QTest::newRow("0.0.0.0") << upAndRunning << "0.0.0.0" << false;
+    QTest::newRow("link-local") << upAndRunning << "169.254.1.1" << false;
+    QTest::newRow("169.254 inside the text") << upAndRunning << "10.169.254.1" << true;
+    QTest::newRow("IPv4-mapped loopback") << upAndRunning << "::ffff:127.0.0.1" << false;
+}
+
+void TestUtility::candidateFilter()
+{
+    QFETCH(int, flags);
+    QFETCH(QString, address);
+    QFETCH(bool, kept);
+    const tagNetworkInterfaceData data{QNetworkInterface::InterfaceFlags(flags), "52:54:00:12:34:56",
+                                       {QHostAddress(address)}};
+    QVERIFY(!data.addresses.first().isNull());
+    vditest::LogCapture log;
+    const QList<tagLocalNetworkInfo> candidates = Utility::filterIPv4Candidates({data});
+    QCOMPARE(candidates.size(), kept ? 1 : 0);
+    QCOMPARE(log.count("[ print ] ip: ", QtInfoMsg), candidates.size());
+    if (kept) {
+        QCOMPARE(candidates.first().ip, address);
+        QCOMPARE(candidates.first().mac, QString("52:54:00:12:34:56"));
+    }
+}
+
+void TestUtility::candidatesKeepInterfaceOrder()
+{
+    const auto upAndRunning = QNetworkInterface::IsUp | QNetworkInterface::IsRunning;
+    const QList<tagNetworkInterfaceData> interfaces{
+        {upAndRunning, "52:54:00:00:00:01", {QHostAddress("10.0.0.2"), QHostAddress("::1"), QHostAddress("10.0.0.3")}},
+        {QNetworkInterface::IsUp, "52:54:00:00:00:02", {QHostAddress("10.0.0.4")}},
+        {upAndRunning, QString(), {QHostAddress("192.168.7.9")}},  // no MAC: revised later, not here
+    };
+    QStringList found;
+    for (const tagLocalNetworkInfo& candidate : Utility::filterIPv4Candidates(interfaces))
+        found << candidate.ip + " " + candidate.mac;
+    QCOMPARE(found, QStringList({"10.0.0.2 52:54:00:00:00:01", "10.0.0.3 52:54:00:00:00:01", "192.168.7.9 "}));
+}
+
+void TestUtility::candidateChoice_data()
+{
+    QTest::addColumn<QStringList>("candidates");
+    QTest::addColumn<QStringList>("reaching");
+    QTest::addColumn<QStringList>("tried");
+    QTest::addColumn<QString>("chosen");  // empty: nothing found
+    QTest::newRow("only the second reaches") << QStringList{"10.0.0.1", "10.0.0.2"} << QStringList{"10.0.0.2"}
+                                             << QStringList{"10.0.0.1", "10.0.0.2"} << "10.0.0.2";
+    QTest::newRow("the first wins, the rest untried")
+        << QStringList{"10.0.0.1", "10.0.0.2"} << QStringList{"10.0.0.1", "10.0.0.2"} << QStringList{"10.0.0.1"}
+        << "10.0.0.1";
+    QTest::newRow("none reaches: the first stands in") << QStringList{"10.0.0.1", "10.0.0.2"} << QStringList()
+                                                       << QStringList{"10.0.0.1", "10.0.0.2"} << "10.0.0.1";
+    QTest::newRow("no candidate") << QStringList() << QStringList() << QStringList() << QString();
+}
+
+void TestUtility::candidateChoice()
+{
+    QFETCH(QStringList, candidates);
+    QFETCH(QStringList, reaching);
+    QFETCH(QStringList, tried);
+    QFETCH(QString, chosen);
+    QList<tagLocalNetworkInfo> list;
+    for (const QString& ip : candidates)
+        list.append({ip, "mac of " + ip});
+    QStringList calls;
+    const auto reachesServer = [&](const tagLocalNetworkInfo& candidate) {
+        calls << candidate.ip;
+        return reaching.contains(candidate.ip);
+    };
+    tagLocalNetworkInfo info{"untouched", "untouched mac"};
+    const bool found = Utility::chooseDeviceCandidate(list, reachesServer, info);
+    QCOMPARE(calls, tried);
+    QCOMPARE(found, !chosen.isEmpty());
+    if (found)
+        QCOMPARE(info.ip + "|" + info.mac, chosen + "|mac of " + chosen);
+    else
+        QCOMPARE(info.ip + "|" + info.mac, QString("untouched|untouched mac"));
 }
 
 void TestUtility::deviceNetworkInfo_data()

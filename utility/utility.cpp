@@ -55,18 +55,30 @@ Utility::~Utility() = default;
 
 QList<tagLocalNetworkInfo> Utility::getLocalNetworkIPV4Infos() const
 {
+    QList<tagNetworkInterfaceData> interfaces;
+    const QList<QNetworkInterface> all = QNetworkInterface::allInterfaces();
+    for (const QNetworkInterface& networkInterface : all) {
+        tagNetworkInterfaceData data;
+        data.flags = networkInterface.flags();
+        data.hardwareAddress = networkInterface.hardwareAddress();
+        const QList<QNetworkAddressEntry> entries = networkInterface.addressEntries();
+        for (const QNetworkAddressEntry& entry : entries)
+            data.addresses.append(entry.ip());
+        interfaces.append(data);
+    }
+    return filterIPv4Candidates(interfaces);
+}
+
+QList<tagLocalNetworkInfo> Utility::filterIPv4Candidates(const QList<tagNetworkInterfaceData>& interfaces)
+{
     QList<tagLocalNetworkInfo> candidates;
-    const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
-    for (const QNetworkInterface& networkInterface : interfaces) {
-        const QNetworkInterface::InterfaceFlags flags = networkInterface.flags();
-        if (!flags.testFlag(QNetworkInterface::IsUp))
+    for (const tagNetworkInterfaceData& networkInterface : interfaces) {
+        if (!networkInterface.flags.testFlag(QNetworkInterface::IsUp))
             continue;
-        if (!flags.testFlag(QNetworkInterface::IsRunning))
+        if (!networkInterface.flags.testFlag(QNetworkInterface::IsRunning))
             continue;
         // Loopback interfaces are not skipped by kind: their addresses fall to the tests below.
-        const QList<QNetworkAddressEntry> entries = networkInterface.addressEntries();
-        for (const QNetworkAddressEntry& entry : entries) {
-            const QHostAddress address = entry.ip();
+        for (const QHostAddress& address : networkInterface.addresses) {
             if (address == QHostAddress::LocalHost)
                 continue;
             if (address == QHostAddress::LocalHostIPv6)
@@ -80,7 +92,7 @@ QList<tagLocalNetworkInfo> Utility::getLocalNetworkIPV4Infos() const
                 continue;
 
             tagLocalNetworkInfo info;
-            info.mac = networkInterface.hardwareAddress();
+            info.mac = networkInterface.hardwareAddress;
             info.ip = text;
             VDI_LOG_IN(QtInfoMsg, "print") << "ip: " << info.ip << " mac: " << info.mac;
             candidates.append(info);
@@ -121,11 +133,23 @@ void Utility::reviseMAC(tagLocalNetworkInfo& info)
 bool Utility::getDeviceNetworkInfo(const QString& host, unsigned short port, tagLocalNetworkInfo& info)
 {
     const QList<tagLocalNetworkInfo> candidates = getLocalNetworkIPV4Infos();
+    const auto reachesServer = [&](const tagLocalNetworkInfo& candidate) {
+        return connectedServer(host, port, candidate);
+    };
+    if (!chooseDeviceCandidate(candidates, reachesServer, info))
+        return false;
+    reviseMAC(info);
+    return true;
+}
+
+bool Utility::chooseDeviceCandidate(const QList<tagLocalNetworkInfo>& candidates,
+                                    const std::function<bool(const tagLocalNetworkInfo&)>& reachesServer,
+                                    tagLocalNetworkInfo& info)
+{
     for (const tagLocalNetworkInfo& candidate : candidates) {
-        if (connectedServer(host, port, candidate)) {
+        if (reachesServer(candidate)) {
             info.ip = candidate.ip;
             info.mac = candidate.mac;
-            reviseMAC(info);
             return true;
         }
     }
@@ -135,7 +159,6 @@ bool Utility::getDeviceNetworkInfo(const QString& host, unsigned short port, tag
     // Nothing reached the server: the first candidate stands in all the same.
     info.ip = candidates.first().ip;
     info.mac = candidates.first().mac;
-    reviseMAC(info);
     return true;
 }
 
