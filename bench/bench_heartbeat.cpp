@@ -3,6 +3,7 @@
 // metadata and deadline to the same fake controller, measured side by side in one run: once
 // with info and debug output off, once with every line written to a log file.
 // Usage: vdi-bench-heartbeat [--rounds R] [--calls N] [--warmup W] [--block B]
+//        vdi-bench-heartbeat --profile facade|raw [--logs off|file] [--calls N]   (for a profiler)
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -20,6 +21,7 @@
 #include <QFile>
 #include <QLoggingCategory>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QTimer>
 
 #include <grpcpp/grpcpp.h>
@@ -165,6 +167,63 @@ private:
     std::unique_ptr<client::ClientCore::Stub> m_stub;
 };
 
+// The floor under any facade of this design: the same bare call, made on a thread of its own
+// that a queued signal wakes and that queues the answer back: the two hops every facade call
+// makes, with nothing else on either side.
+class Hop : public QObject
+{
+    Q_OBJECT
+public:
+    explicit Hop(RawClient& raw) : m_raw(raw) {}
+public slots:
+    void call()
+    {
+        double micros = 0;
+        emit done(m_raw.call(&micros));
+    }
+signals:
+    void start();
+    void done(bool ok);
+
+private:
+    RawClient& m_raw;
+};
+
+class FloorClient
+{
+public:
+    explicit FloorClient(RawClient& raw) : m_front(raw), m_hop(raw)
+    {
+        m_hop.moveToThread(&m_thread);
+        QObject::connect(&m_front, &Hop::start, &m_hop, &Hop::call);
+        QObject::connect(&m_hop, &Hop::done, &m_loop, [this](bool ok) {
+            m_ok = ok;
+            m_loop.quit();
+        });
+        m_thread.start();
+    }
+    ~FloorClient()
+    {
+        m_thread.quit();
+        m_thread.wait();
+    }
+    bool call(double* micros)
+    {
+        const auto start = Clock::now();
+        emit m_front.start();
+        m_loop.exec();
+        *micros = microsSince(start);
+        return m_ok;
+    }
+
+private:
+    QThread m_thread;
+    Hop m_front;
+    Hop m_hop;
+    QEventLoop m_loop;
+    bool m_ok = false;
+};
+
 struct Figures {
     double median;
     double p95;
@@ -191,6 +250,15 @@ bool runBlock(Client& client, int count, std::vector<double>* samples)
             samples->push_back(micros);
     }
     return true;
+}
+
+const char* textOption(int argc, char* argv[], const char* name)
+{
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (std::strcmp(argv[i], name) == 0)
+            return argv[i + 1];
+    }
+    return nullptr;
 }
 
 int positiveOption(int argc, char* argv[], const char* name, int fallback)
@@ -311,10 +379,22 @@ int main(int argc, char* argv[])
     if (!runBlock(viaFacade, warmup, nullptr) || !runBlock(raw, warmup, nullptr))
         return finish(facade, 1);
 
+    // For a profiler (callgrind, perf): only `calls` calls of one kind in one configuration.
+    if (const char* kind = textOption(argc, argv, "--profile")) {
+        const bool toFile = textOption(argc, argv, "--logs") && std::strcmp(textOption(argc, argv, "--logs"), "file") == 0;
+        apply(kConfigs[toFile ? 1 : 0]);
+        const bool ok = std::strcmp(kind, "raw") == 0 ? runBlock(raw, calls, nullptr) : runBlock(viaFacade, calls, nullptr);
+        std::printf("profiled %d %s calls, logs %s\n", calls, kind, toFile ? "to file" : "off");
+        return finish(facade, ok ? 0 : 1);
+    }
+
     // Rounds of `calls` calls per kind and configuration, alternating in short blocks (facade
     // then raw, logs off then logs to the file), so that every figure sees the same machine
     // conditions. Each block is checked against the calls the server saw.
-    std::vector<double> samples[2][2];  // [configuration][facade, raw]
+    FloorClient floor(raw);
+    if (!runBlock(floor, warmup, nullptr))
+        return finish(facade, 1);
+    std::vector<double> samples[2][3];  // [configuration][facade, raw, floor]
     long fileLinesInFacade = 0;
     bool extraBeats = false;
     const auto block = [&](auto& client, int count, int c, int kind) {
@@ -336,6 +416,8 @@ int main(int argc, char* argv[])
                 fileLinesInFacade += g_logLines.load() - linesBefore;
                 if (!block(raw, count, c, 1))
                     return finish(facade, 1);
+                if (!block(floor, count, c, 2))
+                    return finish(facade, 1);
             }
         }
         for (int c = 0; c < 2; ++c) {
@@ -353,9 +435,14 @@ int main(int argc, char* argv[])
     for (int c = 0; c < 2; ++c) {
         const Figures f = figuresOf(samples[c][0]);
         const Figures r = figuresOf(samples[c][1]);
+        const Figures h = figuresOf(samples[c][2]);
         std::printf("%-12s  facade median %8.1f us p95 %8.1f us   raw median %8.1f us p95 %8.1f us   "
                     "ratio median %5.2f p95 %5.2f\n",
                     kConfigs[c].name, f.median, f.p95, r.median, r.p95, f.median / r.median, f.p95 / r.p95);
+        // What no facade of this design goes below: the bare call behind two queued hops.
+        std::printf("%-12s  floor  median %8.1f us p95 %8.1f us   floor / raw: median %5.2f   facade / floor: "
+                    "median %5.2f\n",
+                    kConfigs[c].name, h.median, h.p95, h.median / r.median, f.median / h.median);
     }
     std::printf("log file: %ld lines in all, %.1f lines per facade call, %lld bytes\n", g_logLines.load(),
                 double(fileLinesInFacade) / (double(rounds) * calls), (long long)QFile(logPath).size());
@@ -363,3 +450,5 @@ int main(int argc, char* argv[])
         std::printf("note: a block saw more heartbeats than it sent (the worker's own timer); its figures are skewed\n");
     return finish(facade, 0);
 }
+
+#include "bench_heartbeat.moc"

@@ -29,10 +29,26 @@ constexpr int kLastTableCode = 16;
 
 inline std::string out(const QString& text)
 {
-    return text.toStdString();
+    return VdiDesktopGrpcHelper::toStdString(text);
 }
 
 } // namespace
+
+// Most texts here are ASCII, which is copied straight across without the intermediate byte array
+// of QString::toStdString().
+std::string VdiDesktopGrpcHelper::toStdString(const QString& text)
+{
+    const QChar* chars = text.constData();
+    const int size = text.size();
+    std::string bytes(static_cast<size_t>(size), '\0');
+    for (int i = 0; i < size; ++i) {
+        const ushort c = chars[i].unicode();
+        if (c >= 0x80)
+            return text.toStdString();
+        bytes[static_cast<size_t>(i)] = static_cast<char>(c);
+    }
+    return bytes;
+}
 
 QString VdiDesktopGrpcHelper::fromStdString(std::string const& text)
 {

@@ -22,6 +22,8 @@ class VdiDesktopGrpcHelper
 public:
     // Text from the wire: UTF-8 over the string's explicit size, embedded NUL bytes kept.
     static QString fromStdString(std::string const& text);
+    // The UTF-8 bytes of a text, for a protobuf string field.
+    static std::string toStdString(const QString& text);
 
     // A failed transport status: its code and message, with the fixed Chinese wording.
     static void toErrorData(grpc::Status const& status, tagErrorData& errorData);

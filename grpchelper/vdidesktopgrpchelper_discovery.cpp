@@ -5,7 +5,7 @@ using H = VdiDesktopGrpcHelper;
 
 void VdiDesktopGrpcHelper::toHeartBeatReq(const tagHeartbeatRequest& request, client::HeartbeatReq& message)
 {
-    message.set_vm_ip(request.vmIp.toStdString());
+    message.set_vm_ip(toStdString(request.vmIp));
     baseInfo2Grpc(request.baseInfo, *message.mutable_client_base_info());
     extendInfo2Grpc(request.extendInfo, *message.mutable_client_extend_info());
 }
@@ -18,9 +18,9 @@ void VdiDesktopGrpcHelper::fromHeartbeatResq(const client::HeartbeatResp& messag
 void VdiDesktopGrpcHelper::toDeviceConfigInfoReq(const tagDeviceConfigInfoReq& request,
                                                  client::DeviceConfigInfoReq& message)
 {
-    message.set_ip(request.ip.toStdString());
-    message.set_mac(request.mac.toStdString());
-    message.set_deviceid(request.deviceId.toStdString());
+    message.set_ip(toStdString(request.ip));
+    message.set_mac(toStdString(request.mac));
+    message.set_deviceid(toStdString(request.deviceId));
 }
 
 void VdiDesktopGrpcHelper::fromDeviceConfigInfoResp(const client::DeviceConfigInfoResp& message,

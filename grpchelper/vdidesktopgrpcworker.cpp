@@ -133,7 +133,7 @@ void VdiDesktopGrpcWorker::buildClientContext(grpc::ClientContext* context)
 {
     context->set_deadline(vdiframe::timespan(m_timeoutSeconds, 0));
     if (m_gatewayToken.empty())
-        m_gatewayToken = getGatewayToken().toStdString();
+        m_gatewayToken = gatewayTokenFromFile().toStdString();
     context->AddMetadata(kGatewayTokenKey, m_gatewayToken);
     context->AddMetadata(kClientLanguageKey.toStdString(), m_language.toStdString());
 }
@@ -147,7 +147,7 @@ void VdiDesktopGrpcWorker::prepareContext(const RpcShape& shape, grpc::ClientCon
     case CallContext::FixedWithToken:
         context.set_deadline(vdiframe::timespan(10, 0));
         if (m_gatewayToken.empty())
-            m_gatewayToken = getGatewayToken().toStdString();
+            m_gatewayToken = gatewayTokenFromFile().toStdString();
         context.AddMetadata(kGatewayTokenKey, m_gatewayToken);
         break;
     case CallContext::Fixed:

@@ -2,6 +2,7 @@
 // thread; every slot runs there, one at a time, and makes blocking gRPC calls over TLS.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -140,6 +141,10 @@ private:
     // True when the gateway wants this terminal to authenticate.
     bool checkAuthStatus();
 
+    // The token of the settings file, for the calls that refill an empty token: read again only
+    // when the file is not the one read last time (path, inode, size and change times).
+    QString gatewayTokenFromFile();
+
     void startHeartTimer();
     void stopHeartTimer();
 
@@ -176,6 +181,11 @@ private:
     bool m_isEnglish = false;
     // stop() reads m_currentContext on the caller's thread while a handler assigns it.
     std::mutex m_contextMutex;
+    // What gatewayTokenFromFile() read last, and from which file.
+    QString m_fileTokenPath;
+    std::array<qint64, 6> m_fileTokenStamp{};
+    QString m_fileToken;
+    bool m_fileTokenRead = false;
 
     friend class VdiWorkerProbe;  // white-box access for the test suite
 };

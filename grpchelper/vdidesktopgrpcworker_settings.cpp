@@ -61,6 +61,28 @@ QString VdiDesktopGrpcWorker::getGatewayToken() const
     return token;
 }
 
+// A deployment without a gateway has no token, so every call asks the file again. The answer is
+// the one getGatewayToken() would give: the file is parsed again whenever it is not the same
+// file as last time, and a QSettings save always makes a new file (a new inode).
+QString VdiDesktopGrpcWorker::gatewayTokenFromFile()
+{
+    const QString path = getGatewaySettingsFilePath();
+    std::array<qint64, 6> stamp{};  // all zero: no file
+    struct stat info;
+    if (::stat(QFile::encodeName(path).constData(), &info) == 0) {
+        stamp = {qint64(info.st_dev), qint64(info.st_ino), qint64(info.st_size),
+                 qint64(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec,
+                 qint64(info.st_ctim.tv_sec) * 1000000000 + info.st_ctim.tv_nsec, 1};
+    }
+    if (!m_fileTokenRead || stamp != m_fileTokenStamp || path != m_fileTokenPath) {
+        m_fileToken = getGatewayToken();
+        m_fileTokenPath = path;
+        m_fileTokenStamp = stamp;
+        m_fileTokenRead = true;
+    }
+    return m_fileToken;
+}
+
 void VdiDesktopGrpcWorker::saveGatewayInfo()
 {
     const QString path = getGatewaySettingsFilePath();

@@ -219,20 +219,39 @@ void TestConnection::contextCarriesMetadataAndDeadline()
              QByteArray::number(calls[1].deadlineSeconds).constData());
 }
 
+// An empty token is looked up in the settings file for every call, and a token that appears in
+// the file (or changes there while none is held) is the one the next call carries.
 void TestConnection::tokenIsRefilledFromSettingsFile()
 {
     vditest::makeDocumentsDir();
     VdiDesktopGrpcWorker worker;
     VdiWorkerProbe probe(worker);
     worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
-    probe.setGatewayCredentials("token-from-file", QStringLiteral("u"), QStringLiteral("p"));
-    worker.saveGatewayInfo();
-    probe.setGatewayCredentials(std::string(), QString(), QString());
+    const auto save = [&](const std::string& token) {
+        probe.setGatewayCredentials(token, QStringLiteral("u"), QStringLiteral("p"));
+        worker.saveGatewayInfo();
+        probe.setGatewayCredentials(std::string(), QString(), QString());
+    };
+    const auto sentToken = [&] {
+        m_server->clearCalls();
+        whoAreYou(worker);
+        return m_server->calls(kWhoAreYou).at(0).metadataValue("gatewayaccesstoken");
+    };
 
-    QVERIFY(whoAreYou(worker).ok());
+    QCOMPARE(sentToken(), std::string());  // no file yet
+    save(std::string());
+    QCOMPARE(sentToken(), std::string());  // a file without a token
+    QCOMPARE(sentToken(), std::string());
+    save("token-from-file");
+    QCOMPARE(sentToken(), std::string("token-from-file"));
     QCOMPARE(probe.gatewayToken(), std::string("token-from-file"));
-    QCOMPARE(m_server->calls(kWhoAreYou).at(0).metadataValue("gatewayaccesstoken"), std::string("token-from-file"));
+
+    // A new file gives its new token; a removed one gives none.
+    save("second-token");
+    QCOMPARE(sentToken(), std::string("second-token"));
     QVERIFY(QFile::remove(worker.getGatewaySettingsFilePath()));
+    probe.setGatewayCredentials(std::string(), QString(), QString());
+    QCOMPARE(sentToken(), std::string());
 }
 
 void TestConnection::reconnectReplacesEveryStub()

@@ -12,6 +12,8 @@ private slots:
     void toErrorDataKeepsTextOutsideTable();
     void grpc2ErrorData();
     void fromStdStringKeepsEmbeddedNul();
+    void toStdString_data();
+    void toStdString();
     void clientBaseInfo();
     void gatewayBaseInfo();
     void extendInfo();
@@ -85,6 +87,27 @@ void TestConversions::fromStdStringKeepsEmbeddedNul()
     QCOMPARE(converted.size(), 5);
     QCOMPARE(converted.at(2), QChar(0));
     QCOMPARE(converted.mid(3), QStringLiteral("c中"));
+}
+
+void TestConversions::toStdString_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::newRow("null") << QString();
+    QTest::newRow("empty") << QStringLiteral("");
+    QTest::newRow("ascii") << QStringLiteral("zhangsan-thinclient 4.5.2");
+    QTest::newRow("embedded nul") << QString::fromUtf16(u"a\0b", 3);
+    QTest::newRow("chinese after ascii") << QStringLiteral("desk 张三");
+    QTest::newRow("latin-1 only") << QStringLiteral("caf\u00e9");
+    QTest::newRow("surrogate pair") << QString::fromUtf16(u"x\U0001F600");
+}
+
+// Every text goes out as its UTF-8 bytes, the ASCII fast way or not.
+void TestConversions::toStdString()
+{
+    QFETCH(QString, text);
+    const std::string bytes = VdiDesktopGrpcHelper::toStdString(text);
+    QCOMPARE(QByteArray::fromStdString(bytes), text.toUtf8());
+    QCOMPARE(VdiDesktopGrpcHelper::fromStdString(bytes), text);
 }
 
 static tagBaseInfo filledBaseInfo()
