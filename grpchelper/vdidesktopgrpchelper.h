@@ -2,6 +2,8 @@
 // Stateless: every function needs nothing but its arguments and runs where it is called.
 #pragma once
 
+#include "vdidesktopgrpc_export.h"
+
 #include <string>
 
 #include <QString>
@@ -17,7 +19,7 @@
 #include "common/error_data.pb.h"
 #include "gateway/gateway_core.pb.h"
 
-class VdiDesktopGrpcHelper
+class VDIDESKTOPGRPC_EXPORT VdiDesktopGrpcHelper
 {
 public:
     // Text from the wire: UTF-8 over the string's explicit size, embedded NUL bytes kept.

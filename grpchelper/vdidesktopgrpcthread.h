@@ -4,6 +4,8 @@
 // its own; no request method blocks.
 #pragma once
 
+#include "vdidesktopgrpc_export.h"
+
 #include <QObject>
 #include <QString>
 #include <QThread>
@@ -14,7 +16,7 @@
 
 class VdiDesktopGrpcWorker;
 
-class VdiDesktopGrpcThread : public QObject
+class VDIDESKTOPGRPC_EXPORT VdiDesktopGrpcThread : public QObject
 {
     Q_OBJECT
 public:

@@ -2,6 +2,8 @@
 // thread; every slot runs there, one at a time, and makes blocking gRPC calls over TLS.
 #pragma once
 
+#include "vdidesktopgrpc_export.h"
+
 #include <array>
 #include <atomic>
 #include <memory>
@@ -30,7 +32,7 @@ struct RpcResult;
 template <class Reply>
 struct StreamResult;
 
-class VdiDesktopGrpcWorker : public QObject
+class VDIDESKTOPGRPC_EXPORT VdiDesktopGrpcWorker : public QObject
 {
     Q_OBJECT
 public:

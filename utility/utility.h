@@ -1,6 +1,8 @@
 // Device utilities: network identity, platform queries and device control.
 #pragma once
 
+#include "vdidesktopgrpc_export.h"
+
 #include <functional>
 
 #include <QHostAddress>
@@ -26,7 +28,7 @@ struct tagNetworkInterfaceData
 
 // Stateless helpers for the terminal: every operation depends only on its arguments and on
 // the machine, and every one of them blocks the calling thread.
-class Utility : public QObject
+class VDIDESKTOPGRPC_EXPORT Utility : public QObject
 {
     Q_OBJECT
 public:

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs the built library into a temporary prefix and uses it as an application would:
+# only public headers there, no test-suite access, no internal class exported, every header
+# compiling on its own, and a program built through find_package that runs.
+# Usage: check-install.sh <build dir> <source dir>
+set -euo pipefail
+build=$1
+source=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+include=$prefix/include/vdidesktopgrpc
+fail() { echo "check-install: $*" >&2; exit 1; }
+
+for internal in basesettings.h vdilog.h vdidesktopgrpcworker_frame.h; do
+    [ ! -e "$include/$internal" ] || fail "internal header $internal is installed"
+done
+for public in vdidesktopgrpcthread.h vdidesktopgrpcworker.h vdidesktopgrpchelper.h utility.h vdidesktopgrpc_export.h; do
+    [ -e "$include/$public" ] || fail "public header $public is missing"
+done
+if grep -rn "Probe" "$include"; then fail "installed headers open a door to the test suite's probes"; fi
+
+library=$(find "$prefix" -name 'libvdidesktopgrpc.so.*.*' | head -n 1)
+[ -n "$library" ] || fail "no installed library"
+symbols=$(nm -D --defined-only "$library" | c++filt)
+if grep -n "BaseSettings" <<<"$symbols"; then
+    fail "BaseSettings is exported and would clash with the settings library's"
+fi
+grep -q "VdiDesktopGrpcThread::staticMetaObject" <<<"$symbols" || fail "the facade is not exported"
+
+cmake -S "$source/tests/install" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DVDI_INSTALLED_INCLUDE_DIR="$include" >/dev/null
+cmake --build "$work/consumer" -j"$(nproc)" >/dev/null
+"$work/consumer/consumer"
+echo "check-install: $(find "$include" -name '*.h' | wc -l) headers compile alone; the package links and runs"
