@@ -22,7 +22,7 @@
 // ---- The mode of each file and folder in the gateway folder at the moment it appears -------
 // The gateway password is written in the clear, so the file must be owner-only from its first
 // byte: a check of the mode after saving cannot tell that from a file tightened afterwards.
-// This binary defines its own open, openat, mkdir, linkat and write: the executable comes first
+// This binary defines its own open, open64, mkdir, linkat and write: the executable comes first
 // in symbol lookup, so Qt's and the library's calls land here and are passed on to libc. While
 // a GatewayFolderWatch is alive, each file or folder that appears in the watched folder (made
 // by open, mkdir, or given a name by linkat, as QSaveFile does with its unnamed temporary) is
@@ -127,66 +127,24 @@ void noteWrite(int fd, const void* data, size_t size)
     w.written.push_back({file->second.first, unsigned(st.st_mode & 07777), secret});
 }
 
-int modeArgument(va_list args)
-{
-    return va_arg(args, int);
-}
-
 } // namespace
+
+// Qt opens through open64, the library through open.
+#define VDI_NOTE_OPEN(name)                                                                        \
+    int name(const char* path, int flags, ...)                                                     \
+    {                                                                                              \
+        static const auto next = libc<int (*)(const char*, int, ...)>(#name);                      \
+        va_list args;                                                                              \
+        va_start(args, flags);                                                                     \
+        const int mode = takesMode(flags) ? va_arg(args, int) : 0;                                 \
+        va_end(args);                                                                              \
+        return noteOpen(path, flags, [&] { return next(path, flags, mode); });                     \
+    }
 
 extern "C" {
 
-int open(const char* path, int flags, ...)
-{
-    static const auto next = libc<int (*)(const char*, int, ...)>("open");
-    int mode = 0;
-    if (takesMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = modeArgument(args);
-        va_end(args);
-    }
-    return noteOpen(path, flags, [&] { return next(path, flags, mode); });
-}
-
-int open64(const char* path, int flags, ...)
-{
-    static const auto next = libc<int (*)(const char*, int, ...)>("open64");
-    int mode = 0;
-    if (takesMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = modeArgument(args);
-        va_end(args);
-    }
-    return noteOpen(path, flags, [&] { return next(path, flags, mode); });
-}
-
-int openat(int dir, const char* path, int flags, ...)
-{
-    static const auto next = libc<int (*)(int, const char*, int, ...)>("openat");
-    int mode = 0;
-    if (takesMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = modeArgument(args);
-        va_end(args);
-    }
-    return noteOpen(path, flags, [&] { return next(dir, path, flags, mode); });
-}
-
-int openat64(int dir, const char* path, int flags, ...)
-{
-    static const auto next = libc<int (*)(int, const char*, int, ...)>("openat64");
-    int mode = 0;
-    if (takesMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = modeArgument(args);
-        va_end(args);
-    }
-    return noteOpen(path, flags, [&] { return next(dir, path, flags, mode); });
-}
+VDI_NOTE_OPEN(open)
+VDI_NOTE_OPEN(open64)
 
 int mkdir(const char* path, mode_t mode) noexcept
 {
