@@ -259,6 +259,21 @@ QString fileMode(const QString& path)
 
 const QString kSecret = QStringLiteral("gateway-secret-4711");
 
+// What appeared in and was written to the folder (lock file aside) while a worker holding
+// kSecret as its gateway password saved its settings.
+struct SaveSeen {
+    std::vector<Sighting> created;
+    std::vector<Sighting> written;
+};
+
+SaveSeen saveWatched(VdiDesktopGrpcWorker& worker, const QString& folder)
+{
+    VdiWorkerProbe(worker).setGatewayCredentials("tok", QStringLiteral("user1"), kSecret);
+    GatewayFolderWatch watch(folder, kSecret);
+    worker.saveGatewayInfo();
+    return {withoutLockFile(watch.created()), withoutLockFile(watch.written())};
+}
+
 } // namespace
 
 class TestGatewaySettings : public QObject
@@ -374,18 +389,11 @@ void TestGatewaySettings::newFileAndFolderAreOwnerOnlyFromCreation()
 {
     const QString folder = vditest::makeDocumentsDir() + QStringLiteral("/gateway");
     VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe(worker).setGatewayCredentials("tok", QStringLiteral("user1"), kSecret);
-    std::vector<Sighting> created, written;
-    {
-        GatewayFolderWatch watch(folder, kSecret);
-        worker.saveGatewayInfo();
-        created = watch.created();
-        written = watch.written();
-    }
+    const SaveSeen seen = saveWatched(worker, folder);
 
     std::vector<Sighting> files;
     int folderSightings = 0;
-    for (const Sighting& s : withoutLockFile(created)) {
+    for (const Sighting& s : seen.created) {
         if (QString::fromStdString(s.path) == folder) {
             ++folderSightings;
             QCOMPARE(octal(s.mode), QStringLiteral("700"));
@@ -397,9 +405,8 @@ void TestGatewaySettings::newFileAndFolderAreOwnerOnlyFromCreation()
     QVERIFY2(!files.empty(), "no file was seen appearing in the gateway folder");
     QVERIFY2(widerThanOwner(files).isEmpty(), qPrintable(widerThanOwner(files)));
 
-    const std::vector<Sighting> writes = withoutLockFile(written);
-    QVERIFY2(anyCarriesSecret(writes), "no write of the password was seen");
-    QVERIFY2(widerThanOwner(writes).isEmpty(), qPrintable(widerThanOwner(writes)));
+    QVERIFY2(anyCarriesSecret(seen.written), "no write of the password was seen");
+    QVERIFY2(widerThanOwner(seen.written).isEmpty(), qPrintable(widerThanOwner(seen.written)));
     QCOMPARE(fileMode(worker.getGatewaySettingsFilePath()), QStringLiteral("600"));
 }
 
@@ -416,20 +423,11 @@ void TestGatewaySettings::readableFileOfOlderVersionIsTightenedBeforeWrite()
     }
     QVERIFY(::chmod(QFile::encodeName(path).constData(), 0644) == 0);
 
-    VdiWorkerProbe(worker).setGatewayCredentials("tok", QStringLiteral("user1"), kSecret);
-    std::vector<Sighting> created, written;
-    {
-        GatewayFolderWatch watch(folder, kSecret);
-        worker.saveGatewayInfo();
-        created = watch.created();
-        written = watch.written();
-    }
+    const SaveSeen seen = saveWatched(worker, folder);
 
-    const std::vector<Sighting> writes = withoutLockFile(written);
-    QVERIFY2(anyCarriesSecret(writes), "no write of the password was seen");
-    QVERIFY2(widerThanOwner(writes).isEmpty(), qPrintable(widerThanOwner(writes)));
-    const std::vector<Sighting> files = withoutLockFile(created);
-    QVERIFY2(widerThanOwner(files).isEmpty(), qPrintable(widerThanOwner(files)));
+    QVERIFY2(anyCarriesSecret(seen.written), "no write of the password was seen");
+    QVERIFY2(widerThanOwner(seen.written).isEmpty(), qPrintable(widerThanOwner(seen.written)));
+    QVERIFY2(widerThanOwner(seen.created).isEmpty(), qPrintable(widerThanOwner(seen.created)));
     QCOMPARE(fileMode(path), QStringLiteral("600"));
 
     QString user, password;
@@ -442,19 +440,10 @@ void TestGatewaySettings::saveWithoutDocumentsLeavesNothingReadable()
     // The one-level mkdir cannot make "gateway" here; whatever does appear must be owner-only.
     const QString folder = vditest::homePath() + QStringLiteral("/Documents/gateway");
     VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe(worker).setGatewayCredentials("tok", QStringLiteral("user1"), kSecret);
-    std::vector<Sighting> created, written;
-    {
-        GatewayFolderWatch watch(folder, kSecret);
-        worker.saveGatewayInfo();
-        created = watch.created();
-        written = watch.written();
-    }
+    const SaveSeen seen = saveWatched(worker, folder);
 
-    const std::vector<Sighting> appeared = withoutLockFile(created);
-    QVERIFY2(widerThanOwner(appeared).isEmpty(), qPrintable(widerThanOwner(appeared)));
-    const std::vector<Sighting> writes = withoutLockFile(written);
-    QVERIFY2(widerThanOwner(writes).isEmpty(), qPrintable(widerThanOwner(writes)));
+    QVERIFY2(widerThanOwner(seen.created).isEmpty(), qPrintable(widerThanOwner(seen.created)));
+    QVERIFY2(widerThanOwner(seen.written).isEmpty(), qPrintable(widerThanOwner(seen.written)));
     const QString path = folder + QStringLiteral("/gatewaySettings.ini");
     QVERIFY(!QFileInfo::exists(path) || fileMode(path) == QStringLiteral("600"));
 }
