@@ -12,6 +12,7 @@
 #include "vdigrpcrecords.h"
 #include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
+#include "vdigrpcrecords_operations.h"
 
 #include "client/client_core.pb.h"
 #include "common/common_core.pb.h"
@@ -65,6 +66,25 @@ public:
     static void fromApplyForDeviceInfoResq(const client::ApplyForDeviceInfoResp& message, tagApplyForDeviceInfoReply& reply);
     static void fromDeskTopPoolResq(const client::DeskTopPoolResp& message, tagDeskTopPoolReply& reply);
     static void fromVmInfoResp(const client::VmDetailInfoResp& message, tagQueryVmInfoResp& reply);
+
+    // Operations on desktops and devices.
+    static void toOperateForVMReq(const tagOperateForVMRequest& request, client::OperateForVmReq& message);
+    static void toSnapshotReq(const tagSnapshotRequest& request, client::SnapshotReq& message);
+    static void toModifyVMNameReq(const tagModifyVMNameRequest& request, client::ModifyVmNameReq& message);
+    static void fromModifyVMNameResq(const client::ModifyVmNameResp& message, tagModifyVMNameReply& reply);
+    static void toApplyForVMReq(const tagApplyForVMRequest& request, client::ApplyForVmReq& message);
+    static void toApplyForDeviceInfoReq(const tagApplyForDeviceInfoRequest& request, client::ApplyForDeviceInfoReq& message);
+    static void toDeskTopPoolReq(const tagDeskTopPoolRequest& request, client::DeskTopPoolReq& message);
+    static void toVmInfoReq(const tagQueryVmInfoReq& request, client::VmReq& message);
+    static void toRegisterDevReq(const tagRegisterDeviceRequest& request, client::RegisterDevReq& message);
+    static void fromRegisterDevReq(const client::RegisterDevResp& message, tagRegisterDeviceReply& reply);
+    static void toReportSuccessReq(const tagReportSuccessRequest& request, client::ReportSuccessReq& message);
+    static void fromReportSuccessResq(const client::ReportSuccessResp& message, tagReportSuccessReply& reply);
+    static void toUSBNotifyReq(const tagUSBNotifyRequest& request, client::USBNotifyReq& message);
+    static void fromUSBNotifyResq(const client::USBNotifyResp& message, tagUSBNotifyReply& reply);
+    static void RedirectStatusInfo2Grpc(const tagRedirectStatusInfoReust& info, client::RedirectStatusInfo& message);
+    static void toRedirectStatusReq(const tagRedirectStatusReust& request, client::RedirectStatusReq& message);
+    static void fromVoidResp(const common_message::VoidResp& message, tagVoidReply& reply);
 
     // A repeated wire field into a list, in the wire's order, one entry converter for all.
     template <class Repeated, class Entry, class Convert>

@@ -58,6 +58,36 @@ VdiDesktopGrpcThread::VdiDesktopGrpcThread(QObject* parent)
     connect(m_worker, &W::updateVmInfoFromServerResult, this, &T::updateVmInfoFromServerResult);
     connect(m_worker, &W::inputGatewayAuthInfo, this, &T::inputGatewayAuthInfo);
 
+    // VM operations.
+    connect(this, &T::myOperateVM, m_worker, &W::operateVM);
+    connect(this, &T::myRecoverVM, m_worker, &W::recoverVM);
+    connect(this, &T::myModifyVMName, m_worker, &W::modifyVMName);
+    connect(this, &T::mySnapshot, m_worker, &W::snapshot);
+    connect(m_worker, &W::operateVMResult, this, &T::operateVMResult);
+    connect(m_worker, &W::recoverVMResult, this, &T::recoverVMResult);
+    connect(m_worker, &W::snapshotResult, this, &T::snapshotResult);
+    connect(m_worker, &W::modifyVMNameResult, this, &T::modifyVMNameResult);
+    connect(m_worker, &W::snapshotQueryResult, this, &T::snapshotQueryResult);
+
+    // Desktop assignment.
+    connect(this, &T::myApplyForVM, m_worker, &W::applyForVM);
+    connect(this, &T::myApplyForVMOfQuery, m_worker, &W::applyForVMOfQuery);
+    connect(this, &T::myApplyForDeviceInfo, m_worker, &W::applyForDeviceInfo);
+    connect(this, &T::myQueryVmInfo, m_worker, &W::queryVmInfo);
+    connect(m_worker, &W::applyForVMResult, this, &T::applyForVMResult);
+    connect(m_worker, &W::applyForVMOfQueryResult, this, &T::applyForVMOfQueryResult);
+    connect(m_worker, &W::applyForDeviceInfoResult, this, &T::applyForDeviceInfoResult);
+    connect(m_worker, &W::queryVmInfoResult, this, &T::queryVmInfoResult);
+
+    // Device and status reports; the redirect status has no answer for the application.
+    connect(this, &T::myRegisterDevice, m_worker, &W::registerDevice);
+    connect(this, &T::myReportStatusOfVM, m_worker, &W::reportStatusOfVM);
+    connect(this, &T::myUsbNotify, m_worker, &W::usbNotify);
+    connect(this, &T::myReportRedirectStatus, m_worker, &W::reportRedirectStatus);
+    connect(m_worker, &W::registerDeviceResult, this, &T::registerDeviceResult);
+    connect(m_worker, &W::reportStatusOfVMResult, this, &T::reportStatusOfVMResult);
+    connect(m_worker, &W::usbNotifyResult, this, &T::usbNotifyResult);
+
     m_thread.start(QThread::InheritPriority);
     VDI_INFO << "vdi desktop grpc thread start!!!";
 }
@@ -75,18 +105,41 @@ void VdiDesktopGrpcThread::registerMetaTypes()
 {
     qRegisterMetaType<tagLoginRequest>("LoginRequest");
     qRegisterMetaType<tagLoginRequest>("RefreshRequest");
+    qRegisterMetaType<tagSnapshotRequest>("SnapshotRequest");
+    qRegisterMetaType<tagUSBNotifyRequest>("USBNotifyRequest");
     qRegisterMetaType<tagHeartbeatRequest>("HeartbeatRequest");
+    qRegisterMetaType<tagApplyForVMRequest>("ApplyForVMRequest");
+    qRegisterMetaType<tagModifyVMNameRequest>("ModifyVMNameRequest");
+    qRegisterMetaType<tagOperateForVMRequest>("OperateForVMRequest");
+    qRegisterMetaType<tagReportSuccessRequest>("ReportSuccessRequest");
+    qRegisterMetaType<tagRegisterDeviceRequest>("RegisterDeviceRequest");
+    qRegisterMetaType<tagApplyForDeviceInfoRequest>("ApplyForDeviceInfoRequest");
     qRegisterMetaType<tagDeviceConfigInfoReq>("DeviceConfigInfoReq");
     qRegisterMetaType<tagGatewayInfoResp>("GatewayInfoResp");
+    qRegisterMetaType<tagQueryVmInfoReq>("QueryVmInfoReq");
+    qRegisterMetaType<tagModifyVMNameReply>("ModifyVMNameReply");
     qRegisterMetaType<tagDeviceConfigInfoResp>("DeviceConfigInfoResp");
     qRegisterMetaType<tagServerTypeInfoResp>("ServerTypeInfoResp");
+    qRegisterMetaType<tagRedirectStatusReust>("RedirectStatusReust");
+    qRegisterMetaType<tagRedirectStatusInfoReust>("RedirectStatusInfoReust");
+    qRegisterMetaType<tagVoidReply>("VoidReply");
+    qRegisterMetaType<tagQueryVmInfoResp>("QueryVmInfoResp");
+    qRegisterMetaType<tagQueryVmInfoResp>("QueryVmInfoResp");
     qRegisterMetaType<tagQueryControllerTypeResp>("QueryControllerTypeResp");
     qRegisterMetaType<tagQureyControllerListResp>("QureyControllerListResp");
     qRegisterMetaType<tagVmControllerIpResp>("VmControllerIpResp");
 
     // Reply aliases of result signals that an application would otherwise have to register.
+    qRegisterMetaType<tagApplyForDeviceInfoReply>("ApplyForDeviceInfoReply");
+    qRegisterMetaType<tagApplyForVMReply>("ApplyForVMReply");
     qRegisterMetaType<tagHeartbeatReply>("HeartbeatReply");
     qRegisterMetaType<tagLoginReply>("LoginReply");
+    qRegisterMetaType<tagOperateForVMReply>("OperateForVMReply");
+    qRegisterMetaType<tagRecoverVMReply>("RecoverVMReply");
+    qRegisterMetaType<tagRegisterDeviceReply>("RegisterDeviceReply");
+    qRegisterMetaType<tagReportSuccessReply>("ReportSuccessReply");
+    qRegisterMetaType<tagSnapshotReply>("SnapshotReply");
+    qRegisterMetaType<tagUSBNotifyReply>("USBNotifyReply");
 }
 
 void VdiDesktopGrpcThread::initBaseInfoParameter(const tagBaseInfo& info)

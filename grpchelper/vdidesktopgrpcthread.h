@@ -13,6 +13,7 @@
 #include "vdigrpcrecords.h"
 #include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
+#include "vdigrpcrecords_operations.h"
 
 class VdiDesktopGrpcWorker;
 
@@ -78,6 +79,43 @@ public:
     void startSendHeart();
     void stopSendHeart();
 
+    // Operations on a desktop. operateVM and recoverVM keep the desktop's id and UUID in the
+    // cached identity (the id read as a 64-bit number), snapshot and modifyVMName too (the id
+    // read as an int: above 2147483647 it becomes 0). Answered by operateVMResult,
+    // recoverVMResult, snapshotResult (then snapshotQueryResult for a successful query) and
+    // modifyVMNameResult, each carrying vmNode back.
+    void operateVM(const tagVmNodeInfo& vmNode, const QString& vmId, const QString& vmUuid,
+                   const VdiGrpc::tagOperateVMType& opType, const VdiGrpc::tagOperateVMWay& forceFlag, int startDomain,
+                   const QString& port);
+    void recoverVM(const tagVmNodeInfo& vmNode, const QString& vmId, const QString& vmUuid,
+                   const VdiGrpc::tagOperateVMType& opType, const VdiGrpc::tagOperateVMWay& forceFlag,
+                   const QString& port);
+    void snapshot(const tagVmNodeInfo& vmNode, const QString& vmId, const QString& vmUuid,
+                  const VdiGrpc::tagSnapshotType& opType, const QString& description, const QString& name);
+    void modifyVMName(const tagVmNodeInfo& vmNode, const QString& vmId, const QString& vmUuid, const QString& vmNameNew,
+                      int computerType, bool resetAuthType);
+
+    // Assignment of a desktop. While the server works on it, applyForVMResult and
+    // applyForVMOfQueryResult answer true with errorCode 4 (resp. -1): ask again; the fifth
+    // deadline overrun in a row answers false. Both keep the desktop in the cached identity;
+    // applyForDeviceInfo does not. queryVmInfo has a fixed 10 s deadline.
+    void applyForVM(const tagVmNodeInfo& vmNode, const QString& id, const QString& vmId, const QString& vmUuid,
+                    const QString& poolName, const QString& port, int startDomain);
+    void applyForVMOfQuery(const tagVmNodeInfo& vmNode, const QString& vmId, const QString& vmUuid, const QString& port,
+                           int startDomain, const VdiGrpc::tagOperateVMWay& forceFlag,
+                           const VdiGrpc::tagOperateVMType& opType);
+    void applyForDeviceInfo(const tagVmNodeInfo& vmNode, const QString& vmId, const QString& vmUuid);
+    void queryVmInfo(QString& vmId, QString& vmUuid, int deviceType);
+
+    // Reports of the terminal; the desktop ids go into the request only, the cache stays.
+    // reportRedirectStatus has no answer.
+    void registerDevice(const QString& ip, const QString& mac, const QString& deviceId, const QString& deviceName,
+                        VdiGrpc::tagDeviceRegisterType registerType);
+    void reportStatusOfVM(const tagVmNodeInfo& vmNode, const QString& vmId, const QString& vmUuid, const QString& vmIp);
+    void usbNotify(const tagVmNodeInfo& vmNode, const QString& vmId, const QString& vmUuid, const QString& password,
+                   const QString& readOnly);
+    void reportRedirectStatus(const QString& vmUuid, QList<tagRedirectStatusInfoReust> redirectList);
+
     // Cancels the call in flight, cuts every connection of the facade and ends the worker's
     // thread, waiting one second at most. Call it once, before destruction.
     void stop();
@@ -101,6 +139,18 @@ signals:
     void myStopSendHeart();
     void myLogin(LoginRequest loginRequest);
     void myUpdateVmInfoFromServer(LoginRequest loginRequest);
+    void myOperateVM(OperateForVMRequest operateForVMRequest);
+    void myRecoverVM(OperateForVMRequest operateForVMRequest);
+    void myModifyVMName(ModifyVMNameRequest modifyVMNameRequest);
+    void mySnapshot(SnapshotRequest snapshotRequest);
+    void myApplyForVM(ApplyForVMRequest applyForVMRequest);
+    void myApplyForVMOfQuery(OperateForVMRequest operateForVMRequest);
+    void myApplyForDeviceInfo(ApplyForDeviceInfoRequest applyForDeviceInfoRequest);
+    void myQueryVmInfo(QueryVmInfoReq req);
+    void myRegisterDevice(RegisterDeviceRequest registerDeviceRequest);
+    void myReportStatusOfVM(ReportSuccessRequest reportSuccessRequest);
+    void myUsbNotify(USBNotifyRequest usbNotifyRequest);
+    void myReportRedirectStatus(RedirectStatusReust redirectStatusReust);
     // Emitted by the application, in answer to inputGatewayAuthInfo.
     void loginGateway(QString userName, QString password);
 
@@ -116,6 +166,18 @@ signals:
     void loginResult(LoginReply reply, bool status);
     void updateVmInfoFromServerResult(LoginReply reply, bool status);
     void inputGatewayAuthInfo();
+    void operateVMResult(OperateForVMReply reply, bool status);
+    void recoverVMResult(RecoverVMReply reply, bool status);
+    void snapshotResult(SnapshotReply reply, bool status, int operType);
+    void modifyVMNameResult(ModifyVMNameReply reply, bool status);
+    void snapshotQueryResult(int cnt);
+    void applyForVMResult(ApplyForVMReply reply, bool status);
+    void applyForVMOfQueryResult(OperateForVMReply reply, bool status);
+    void applyForDeviceInfoResult(ApplyForDeviceInfoReply reply, bool status);
+    void queryVmInfoResult(QueryVmInfoResp reply, bool status);
+    void registerDeviceResult(RegisterDeviceReply reply, bool status);
+    void reportStatusOfVMResult(ReportSuccessReply reply, bool status);
+    void usbNotifyResult(USBNotifyReply reply, bool status);
 
     // For the application; no code of the library emits the second.
     void getSessionInfo();
@@ -123,6 +185,7 @@ signals:
 
 private:
     void doLogin();
+    void cacheDesktop(qint64 vmId, const QString& vmUuid);
 
     VdiDesktopGrpcWorker* m_worker;
     tagBaseInfo m_baseInfo;

@@ -18,6 +18,7 @@
 #include "vdigrpcrecords.h"
 #include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
+#include "vdigrpcrecords_operations.h"
 
 #include "client/client_core.grpc.pb.h"
 #include "common/common_core.grpc.pb.h"
@@ -83,6 +84,25 @@ signals:
     void updateVmInfoFromServerResult(LoginReply reply, bool status);
     void inputGatewayAuthInfo();
 
+    // VM operations.
+    void operateVMResult(OperateForVMReply reply, bool status);
+    void recoverVMResult(RecoverVMReply reply, bool status);
+    void snapshotResult(SnapshotReply reply, bool status, int operType);
+    void snapshotQueryResult(int cnt);
+    void modifyVMNameResult(ModifyVMNameReply reply, bool status);
+
+    // Desktop assignment.
+    void applyForVMResult(ApplyForVMReply reply, bool status);
+    void applyForVMOfQueryResult(OperateForVMReply reply, bool status);
+    void applyForDeviceInfoResult(ApplyForDeviceInfoReply reply, bool status);
+    void queryVmInfoResult(QueryVmInfoResp reply, bool status);
+
+    // Device and status reports; the last one is passed on to no one.
+    void registerDeviceResult(RegisterDeviceReply reply, bool status);
+    void reportStatusOfVMResult(ReportSuccessReply reply, bool status);
+    void usbNotifyResult(USBNotifyReply reply, bool status);
+    void reportRedirectStatusResult(VoidReply reply, bool status);
+
 public slots:
     void initConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish);
     void initGateway();
@@ -107,6 +127,24 @@ public slots:
     void login(const tagLoginRequest& request);
     void updateVmInfoFromServer(const tagLoginRequest& request);
     void loginGateway(const QString& user, const QString& password);
+
+    // VM operations.
+    void operateVM(const tagOperateForVMRequest& request);
+    void recoverVM(const tagOperateForVMRequest& request);
+    void snapshot(const tagSnapshotRequest& request);
+    void modifyVMName(const tagModifyVMNameRequest& request);
+
+    // Desktop assignment.
+    void applyForVM(const tagApplyForVMRequest& request);
+    void applyForVMOfQuery(const tagOperateForVMRequest& request);
+    void applyForDeviceInfo(const tagApplyForDeviceInfoRequest& request);
+    void queryVmInfo(const tagQueryVmInfoReq& request);
+
+    // Device and status reports.
+    void registerDevice(const tagRegisterDeviceRequest& request);
+    void reportStatusOfVM(const tagReportSuccessRequest& request);
+    void usbNotify(const tagUSBNotifyRequest& request);
+    void reportRedirectStatus(const tagRedirectStatusReust& request);
 
 protected:
     void timerEvent(QTimerEvent* event) override;
@@ -138,6 +176,10 @@ private:
     QString requestLogText(const RpcShape& shape, const Request& request);
     template <class Reply>
     void logReply(const RpcShape& shape, const Reply& reply);
+    template <class Reply, class Record>
+    bool serverTimeoutInReach(const RpcResult<Reply, Record>& call);
+    // The overrun rule of the desktop assignment; true when the handler answers true now.
+    bool answerApplyOverrun(const char* function, const char* line, const QString& vmUuid);
 
     void loginInternal(const tagLoginRequest& request);
     // True when the gateway wants this terminal to authenticate.

@@ -353,6 +353,14 @@ CallOutcome VdiDesktopGrpcWorker::streamCall(const RpcShape& shape, const std::s
     return out.outcome = CallOutcome::Called;
 }
 
+// A server that answered with a timeout of its own (error code 4) and still answers the network
+// has only been too slow: the handlers that say so put their own text in its place.
+template <class Reply, class Record>
+bool VdiDesktopGrpcWorker::serverTimeoutInReach(const RpcResult<Reply, Record>& call)
+{
+    return call.called() && call.status.ok() && vdiframe::replyErrorCode(call.reply) == 4 && tryConnetRemoteHost();
+}
+
 template <class Request>
 void VdiDesktopGrpcWorker::logRequest(const RpcShape& shape, const Request& request)
 {

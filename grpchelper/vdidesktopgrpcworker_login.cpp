@@ -64,8 +64,7 @@ void VdiDesktopGrpcWorker::loginInternal(const tagLoginRequest& request)
                            [&request](client::LoginReq& message) { fillLogin(request, message); }, &H::fromLoginResp,
                            call)))
         return;
-    // A server that answers the network but reports a timeout has only been too slow.
-    if (call.called() && call.status.ok() && vdiframe::replyErrorCode(call.reply) == 4 && tryConnetRemoteHost())
+    if (serverTimeoutInReach(call))
         call.record.error.errorMsgZh = QString::fromUtf8(kLoginTooSlow);
     emit loginResult(call.record, call.flag);
 }
