@@ -1,5 +1,15 @@
 #include "testsupport.h"
 
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <map>
+#include <vector>
+
 #include <QDir>
 #include <QTcpServer>
 
@@ -125,6 +135,133 @@ ushort unusedPort()
     const ushort port = listener.serverPort();
     listener.close();
     return port;
+}
+
+namespace {
+sockaddr_in loopback(ushort port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+} // namespace
+
+TcpForwarder::TcpForwarder(ushort targetPort)
+    : m_target(targetPort)
+{
+    if (::pipe(m_wake) != 0 || !listen())
+        qFatal("TcpForwarder: cannot listen on loopback");
+    sockaddr_in bound{};
+    socklen_t size = sizeof(bound);
+    ::getsockname(m_listener, reinterpret_cast<sockaddr*>(&bound), &size);
+    m_port = ntohs(bound.sin_port);
+    m_thread = std::thread([this] { run(); });
+}
+
+TcpForwarder::~TcpForwarder()
+{
+    command(Command::Quit);
+    m_thread.join();
+    ::close(m_wake[0]);
+    ::close(m_wake[1]);
+}
+
+void TcpForwarder::closeListener()
+{
+    command(Command::Close);
+}
+
+void TcpForwarder::reopenListener()
+{
+    command(Command::Reopen);
+}
+
+bool TcpForwarder::listen()
+{
+    m_listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int yes = 1;
+    ::setsockopt(m_listener, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    const sockaddr_in address = loopback(m_port);
+    return m_listener >= 0 && ::bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0
+           && ::listen(m_listener, 16) == 0;
+}
+
+void TcpForwarder::command(Command command)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_command = command;
+    const char byte = 1;
+    if (::write(m_wake[1], &byte, 1) != 1)
+        qFatal("TcpForwarder: cannot wake its thread");
+    m_done.wait(lock, [this] { return m_command == Command::None; });
+}
+
+void TcpForwarder::run()
+{
+    std::map<int, int> peers;  // each end of a forwarded connection and its other end
+    for (;;) {
+        std::vector<pollfd> fds{{m_wake[0], POLLIN, 0}};
+        if (m_listener >= 0)
+            fds.push_back({m_listener, POLLIN, 0});
+        for (const auto& peer : peers)
+            fds.push_back({peer.first, POLLIN, 0});
+        ::poll(fds.data(), fds.size(), -1);
+
+        if (fds[0].revents) {
+            char byte;
+            if (::read(m_wake[0], &byte, 1) != 1)
+                return;
+            std::lock_guard<std::mutex> lock(m_mutex);
+            const Command command = m_command;
+            if (command == Command::Close && m_listener >= 0) {
+                ::close(m_listener);
+                m_listener = -1;
+            } else if (command == Command::Reopen && m_listener < 0) {
+                listen();
+            }
+            m_command = Command::None;
+            m_done.notify_all();
+            if (command == Command::Quit)
+                break;
+            continue;
+        }
+        for (const pollfd& fd : fds) {
+            if (!fd.revents || fd.fd == m_wake[0])
+                continue;
+            if (fd.fd == m_listener) {
+                const int client = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+                const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+                const sockaddr_in target = loopback(m_target);
+                if (client >= 0 && server >= 0
+                    && ::connect(server, reinterpret_cast<const sockaddr*>(&target), sizeof(target)) == 0) {
+                    peers[client] = server;
+                    peers[server] = client;
+                } else {
+                    ::close(client);
+                    ::close(server);
+                }
+                continue;
+            }
+            const auto peer = peers.find(fd.fd);
+            if (peer == peers.end())
+                continue;  // closed with its other end in this round
+            char buffer[16384];
+            const ssize_t size = ::read(fd.fd, buffer, sizeof(buffer));
+            if (size <= 0 || ::write(peer->second, buffer, size_t(size)) != size) {
+                const int other = peer->second;
+                ::close(fd.fd);
+                ::close(other);
+                peers.erase(fd.fd);
+                peers.erase(other);
+            }
+        }
+    }
+    for (const auto& peer : peers)
+        ::close(peer.first);
+    if (m_listener >= 0)
+        ::close(m_listener);
 }
 
 } // namespace vditest

@@ -2,8 +2,10 @@
 // of the facade and the worker.
 #pragma once
 
+#include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include <QList>
 #include <QPair>
@@ -64,6 +66,38 @@ private:
 
 // A loopback port on which nobody listens.
 ushort unusedPort();
+
+// A TCP forwarder on 127.0.0.1 to a local port. Connections already made stay up while its
+// listening socket is closed, so that a server can be out of reach for new connections (a
+// probe) while a call already under way goes on. All members may be called from any thread.
+class TcpForwarder
+{
+public:
+    explicit TcpForwarder(ushort targetPort);
+    ~TcpForwarder();
+    TcpForwarder(const TcpForwarder&) = delete;
+    TcpForwarder& operator=(const TcpForwarder&) = delete;
+
+    ushort port() const { return m_port; }
+    // Return once new connections are refused, or accepted again on the same port.
+    void closeListener();
+    void reopenListener();
+
+private:
+    enum class Command { None, Close, Reopen, Quit };
+    void command(Command command);
+    void run();
+    bool listen();
+
+    const ushort m_target;
+    ushort m_port = 0;
+    int m_listener = -1;
+    int m_wake[2] = {-1, -1};
+    std::mutex m_mutex;
+    std::condition_variable m_done;
+    Command m_command = Command::None;
+    std::thread m_thread;
+};
 
 } // namespace vditest
 

@@ -1,0 +1,502 @@
+// Operations on desktops and devices: their flags and echoes, the overrun rule of the desktop
+// assignment, the server's own timeout, and what goes out on the wire.
+#include "testsupport.h"
+
+#include <QTextCodec>
+
+namespace {
+const std::string kOperate = "/client.ClientCore/OperateForVm";
+const std::string kSnapshot = "/client.ClientCore/Snapshot";
+const std::string kApply = "/client.ClientCore/ApplyForVm";
+const std::string kRegister = "/client.ClientCore/RegisterDevice";
+const std::string kReport = "/client.ClientCore/ReportSuccess";
+const std::string kUsb = "/client.ClientCore/USBNotify";
+const std::string kRedirect = "/client.ClientCore/reportRedirectStatus";
+const std::string kVmInfo = "/client.ClientCore/queryVmDetailInfo";
+const std::string kModifyName = "/client.ClientCore/ModifyVmName";
+const std::string kDeviceInfo = "/client.ClientCore/ApplyForDeviceInfo";
+const QString kRestart = QStringLiteral("checked grpc server was unavailable, restart now!");
+const QString kOverrunLine = QStringLiteral("Query virtual machine : server not  ready try against, vmUuid");
+
+tagVmNodeInfo node(int index)
+{
+    return tagVmNodeInfo{QStringLiteral("node-%1").arg(index), QStringLiteral("desk %1").arg(index), index};
+}
+
+template <class Reply>
+vdifake::Script replyWithCode(int code, const std::string& zh = {})
+{
+    Reply reply;
+    reply.mutable_error()->set_error_code(code);
+    reply.mutable_error()->set_error_msg_zh(zh);
+    vdifake::Script script;
+    script.replyBytes = reply.SerializeAsString();
+    return script;
+}
+
+tagOperateForVMRequest operation(int opType)
+{
+    tagOperateForVMRequest request;
+    request.vmNode = node(3);
+    request.opType = opType;
+    return request;
+}
+
+} // namespace
+
+class TestOperations : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init();
+    void resultsReachTheApplication();
+    void operationFlag_data();
+    void operationFlag();
+    void snapshotCounts_data();
+    void snapshotCounts();
+    void nullStubEchoes();
+    void overrunsWithServerInReach();
+    void overrunsShareOneCount();
+    void overrunWithServerOutOfReach();
+    void serverTimeoutText_data();
+    void serverTimeoutText();
+    void idsOnTheWire();
+    void cachedDesktopSurvivesReports();
+    void requestsOnTheWire();
+};
+
+void TestOperations::initTestCase()
+{
+    // Texts decoded with fromLocal8Bit read right under a UTF-8 locale only.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+}
+
+// The first test relies on the facade alone to register what its signals carry; the others
+// spy on a worker of their own and register first, so that each can also run alone.
+void TestOperations::init()
+{
+    if (qstrcmp(QTest::currentTestFunction(), "resultsReachTheApplication") != 0)
+        VdiDesktopGrpcThread::registerMetaTypes();
+}
+
+void TestOperations::operationFlag_data()
+{
+    QTest::addColumn<int>("opType");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("serverCode");
+    QTest::addColumn<bool>("flag");
+    QTest::addColumn<int>("errorCode");
+    QTest::newRow("delivered despite the server's error") << 4 << 0 << 7 << true << 7;
+    QTest::newRow("other type, server's error") << 3 << 0 << 7 << false << 7;
+    QTest::newRow("delivered, failed call") << 4 << int(grpc::StatusCode::INTERNAL) << 0 << false << 13;
+    QTest::newRow("other type, success") << 3 << 0 << 0 << true << 0;
+}
+
+void TestOperations::operationFlag()
+{
+    QFETCH(int, opType);
+    QFETCH(int, status);
+    QFETCH(int, serverCode);
+    QFETCH(bool, flag);
+    QFETCH(int, errorCode);
+
+    vditest::TestServer server;
+    vdifake::Script script = replyWithCode<client::OperateForVmResp>(serverCode);
+    script.code = grpc::StatusCode(status);
+    server->setScript(kOperate, script);
+    VdiDesktopGrpcWorker worker;
+    server.connect(worker);
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::operateVMResult);
+    vditest::LogCapture log;
+    worker.operateVM(operation(opType));
+
+    QCOMPARE(spy.count(), 1);
+    const auto reply = spy.at(0).at(0).value<tagOperateForVMReply>();
+    QCOMPARE(spy.at(0).at(1).toBool(), flag);
+    QCOMPARE(reply.error.errorCode, errorCode);
+    QCOMPARE(reply.opType, opType);
+    QCOMPARE(reply.vmNode.nodeIndex, 3);
+    QCOMPARE(log.count(QStringLiteral("error code = "), QtDebugMsg), status == 0 ? 1 : 0);
+    QVERIFY(log.contains(QStringLiteral("receive vm operate message result from controller, result =  ")
+                             + (flag ? QStringLiteral("true") : QStringLiteral("false")),
+                         QtInfoMsg));
+}
+
+void TestOperations::snapshotCounts_data()
+{
+    QTest::addColumn<int>("opType");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("entries");
+    QTest::addColumn<QStringList>("emitted");
+    QTest::newRow("query") << 4 << 0 << 2 << QStringList{QStringLiteral("result true 4"), QStringLiteral("count 2")};
+    QTest::newRow("empty query") << 4 << 0 << 0 << QStringList{QStringLiteral("result true 4"), QStringLiteral("count 0")};
+    QTest::newRow("create") << 1 << 0 << 2 << QStringList{QStringLiteral("result true 1")};
+    QTest::newRow("failed query") << 4 << int(grpc::StatusCode::UNAVAILABLE) << 0
+                                  << QStringList{QStringLiteral("result false 4")};
+}
+
+void TestOperations::snapshotCounts()
+{
+    QFETCH(int, opType);
+    QFETCH(int, status);
+    QFETCH(int, entries);
+    QFETCH(QStringList, emitted);
+
+    vditest::TestServer server;
+    client::SnapshotResp reply;
+    for (int i = 0; i < entries; ++i)
+        reply.add_snapshot_list()->set_name("snap " + std::to_string(i));
+    vdifake::Script script;
+    script.code = grpc::StatusCode(status);
+    script.replyBytes = reply.SerializeAsString();
+    server->setScript(kSnapshot, script);
+    VdiDesktopGrpcWorker worker;
+    server.connect(worker);
+
+    QStringList seen;
+    tagSnapshotReply answered;
+    connect(&worker, &VdiDesktopGrpcWorker::snapshotResult, this, [&](tagSnapshotReply reply, bool flag, int type) {
+        answered = reply;
+        seen << QStringLiteral("result %1 %2").arg(flag ? QStringLiteral("true") : QStringLiteral("false")).arg(type);
+    });
+    connect(&worker, &VdiDesktopGrpcWorker::snapshotQueryResult, this,
+            [&](int count) { seen << QStringLiteral("count %1").arg(count); });
+    tagSnapshotRequest request;
+    request.vmNode = node(5);
+    request.baseInfo.vmId = 77;
+    request.opType = opType;
+    worker.snapshot(request);
+
+    QCOMPARE(seen, emitted);
+    QCOMPARE(answered.vmId, QStringLiteral("77"));  // a call took place
+    QCOMPARE(answered.vmNode.nodeIndex, 5);
+}
+
+// Without a stub the answers still carry the application's cookie back, but nothing that only
+// a call could give.
+void TestOperations::nullStubEchoes()
+{
+    VdiDesktopGrpcWorker worker;  // never connected
+    vditest::LogCapture log;
+
+    QSignalSpy operate(&worker, &VdiDesktopGrpcWorker::operateVMResult);
+    worker.operateVM(operation(4));
+    QCOMPARE(operate.at(0).at(1).toBool(), false);
+    QCOMPARE(operate.at(0).at(0).value<tagOperateForVMReply>().vmNode.nodeIndex, 3);
+    QCOMPARE(operate.at(0).at(0).value<tagOperateForVMReply>().opType, 4);
+    QCOMPARE(operate.at(0).at(0).value<tagOperateForVMReply>().error.errorCode, 5);
+    QVERIFY(log.contains(QStringLiteral("ready to send vm operate message to controller, operate type = ")));
+    QVERIFY(!log.contains(QStringLiteral("error code = ")));
+    QVERIFY(!log.contains(QStringLiteral("receive vm operate message result")));
+
+    QSignalSpy usb(&worker, &VdiDesktopGrpcWorker::usbNotifyResult);
+    tagUSBNotifyRequest usbRequest;
+    usbRequest.vmNode = node(8);
+    worker.usbNotify(usbRequest);
+    QCOMPARE(usb.at(0).at(0).value<tagUSBNotifyReply>().vmNode.nodeIndex, 8);
+
+    QSignalSpy apply(&worker, &VdiDesktopGrpcWorker::applyForVMResult);
+    tagApplyForVMRequest applyRequest;
+    applyRequest.vmNode = node(9);
+    applyRequest.id = 12;
+    applyRequest.port = QStringLiteral("5900");
+    applyRequest.startDomain = 1;
+    worker.applyForVM(applyRequest);
+    const auto applied = apply.at(0).at(0).value<tagApplyForVMReply>();
+    QCOMPARE(apply.at(0).at(1).toBool(), false);
+    QCOMPARE(applied.vmNode.nodeIndex, 9);
+    QCOMPARE(applied.id, qint64(0));
+    QVERIFY(applied.port.isNull());
+    QCOMPARE(applied.startDomain, 0);
+
+    QSignalSpy snapshot(&worker, &VdiDesktopGrpcWorker::snapshotResult);
+    tagSnapshotRequest snapshotRequest;
+    snapshotRequest.opType = 4;
+    snapshotRequest.baseInfo.vmId = 77;
+    worker.snapshot(snapshotRequest);
+    QVERIFY(snapshot.at(0).at(0).value<tagSnapshotReply>().vmId.isNull());
+    QCOMPARE(snapshot.at(0).at(2).toInt(), 4);
+
+    QSignalSpy report(&worker, &VdiDesktopGrpcWorker::reportStatusOfVMResult);
+    tagReportSuccessRequest reportRequest;
+    reportRequest.vmNode = node(2);
+    reportRequest.baseInfo.vmId = 77;
+    worker.reportStatusOfVM(reportRequest);
+    QCOMPARE(report.at(0).at(0).value<tagReportSuccessReply>().vmNode.nodeIndex, 2);
+    QCOMPARE(report.at(0).at(0).value<tagReportSuccessReply>().vmId, qint64(0));
+
+    QSignalSpy query(&worker, &VdiDesktopGrpcWorker::applyForVMOfQueryResult);
+    worker.applyForVMOfQuery(operation(4));
+    QCOMPARE(query.count(), 1);
+    QVERIFY(log.contains(QStringLiteral(" Query virtual machine error: stub is null."), QtCriticalMsg));
+}
+
+// Five overruns in a row with the server in reach: four "still at work", then a failure.
+void TestOperations::overrunsWithServerInReach()
+{
+    vditest::TestServer server;
+    server->setStatus(kApply, grpc::StatusCode::DEADLINE_EXCEEDED);
+    server->setStatus(kOperate, grpc::StatusCode::DEADLINE_EXCEEDED);
+    VdiDesktopGrpcWorker worker;
+    server.connect(worker);
+    QSignalSpy apply(&worker, &VdiDesktopGrpcWorker::applyForVMResult);
+    QSignalSpy query(&worker, &VdiDesktopGrpcWorker::applyForVMOfQueryResult);
+    vditest::LogCapture log;
+
+    for (int i = 0; i < 5; ++i) {
+        log.clear();
+        worker.applyForVM(tagApplyForVMRequest());
+        QCOMPARE(apply.at(i).at(1).toBool(), i < 4);
+        QCOMPARE(apply.at(i).at(0).value<tagApplyForVMReply>().error.errorCode, 4);
+        QCOMPARE(log.count(kRestart), i < 4 ? 1 : 2);  // the fifth goes the failure way twice
+        QCOMPARE(log.count(QStringLiteral("Query virtual machine : server not  ready try against, vmUuid = ")), 1);
+    }
+    for (int i = 0; i < 5; ++i) {
+        log.clear();
+        worker.applyForVMOfQuery(operation(4));
+        QCOMPARE(query.at(i).at(1).toBool(), i < 4);
+        QCOMPARE(query.at(i).at(0).value<tagOperateForVMReply>().error.errorCode, i < 4 ? -1 : 4);
+        QCOMPARE(log.count(kRestart), i < 4 ? 0 : 1);
+        QCOMPARE(log.count(QStringLiteral("Query virtual machine : server not  ready try against, vmUuid: ")), 1);
+    }
+
+    // A success ends a run: the next overrun counts from one again.
+    for (int i = 0; i < 3; ++i)
+        worker.applyForVM(tagApplyForVMRequest());
+    server->clearScript(kApply);
+    worker.applyForVM(tagApplyForVMRequest());
+    QCOMPARE(apply.last().at(1).toBool(), true);
+    server->setStatus(kApply, grpc::StatusCode::DEADLINE_EXCEEDED);
+    for (int i = 0; i < 4; ++i) {
+        worker.applyForVM(tagApplyForVMRequest());
+        QCOMPARE(apply.last().at(1).toBool(), true);
+    }
+}
+
+void TestOperations::overrunsShareOneCount()
+{
+    vditest::TestServer server;
+    server->setStatus(kApply, grpc::StatusCode::DEADLINE_EXCEEDED);
+    server->setStatus(kOperate, grpc::StatusCode::DEADLINE_EXCEEDED);
+    VdiDesktopGrpcWorker worker;
+    server.connect(worker);
+    QSignalSpy apply(&worker, &VdiDesktopGrpcWorker::applyForVMResult);
+    QSignalSpy query(&worker, &VdiDesktopGrpcWorker::applyForVMOfQueryResult);
+    worker.applyForVM(tagApplyForVMRequest());
+    worker.applyForVMOfQuery(operation(4));
+    worker.applyForVM(tagApplyForVMRequest());
+    worker.applyForVMOfQuery(operation(4));
+    QCOMPARE(apply.at(1).at(1).toBool(), true);
+    QCOMPARE(query.at(1).at(1).toBool(), true);
+    worker.applyForVM(tagApplyForVMRequest());
+    QCOMPARE(apply.at(2).at(1).toBool(), false);
+}
+
+// An overrun while the server is out of reach does not count, so it answers true even when it
+// comes after others, and the run goes on afterwards.
+void TestOperations::overrunWithServerOutOfReach()
+{
+    vditest::TestServer server;
+    vditest::TcpForwarder forwarder(server.port());
+    server->setStatus(kApply, grpc::StatusCode::DEADLINE_EXCEEDED);
+    int calls = 0;
+    server->setResponder(kApply, [&](const vdifake::RecordedCall&, vdifake::Script*) {
+        if (++calls == 3)
+            forwarder.closeListener();  // before the answer leaves: the probe will find no one
+        return false;
+    });
+    VdiDesktopGrpcWorker worker;
+    worker.initConnection(server.pemPath(), QStringLiteral("127.0.0.1"), forwarder.port(), false);
+    QSignalSpy apply(&worker, &VdiDesktopGrpcWorker::applyForVMResult);
+    vditest::LogCapture log;
+
+    QList<bool> flags;
+    for (int i = 0; i < 6; ++i) {
+        worker.applyForVM(tagApplyForVMRequest());
+        forwarder.reopenListener();
+        flags << apply.last().at(1).toBool();
+        QCOMPARE(apply.last().at(0).value<tagApplyForVMReply>().error.errorCode, 4);
+    }
+    QCOMPARE(flags, (QList<bool>{true, true, true, true, true, false}));
+    QCOMPARE(log.count(kOverrunLine), 5);
+    QCOMPARE(log.count(QStringLiteral("seccess to connect remote host: ")), 5);
+}
+
+// The server answers with a timeout of its own: a server still in reach gets our text in place
+// of its own; the query handler never looks.
+void TestOperations::serverTimeoutText_data()
+{
+    QTest::addColumn<QString>("handler");
+    QTest::addColumn<bool>("inReach");
+    QTest::addColumn<QString>("text");
+    const QString own = QStringLiteral("server's own words");
+    QTest::newRow("apply, in reach") << "apply" << true << QStringLiteral(" 服务器响应连接虚拟机请求超时，请稍后重试。 ");
+    QTest::newRow("apply, out of reach") << "apply" << false << own;
+    QTest::newRow("register, in reach") << "register" << true << QStringLiteral(" 服务器响应注册设备请求超时。 ");
+    QTest::newRow("register, out of reach") << "register" << false << own;
+    QTest::newRow("report, in reach") << "report" << true << QStringLiteral(" 服务器响应上线请求超时，请稍后重新连接。 ");
+    QTest::newRow("report, out of reach") << "report" << false << own;
+    QTest::newRow("query, in reach") << "query" << true << own;
+}
+
+void TestOperations::serverTimeoutText()
+{
+    QFETCH(QString, handler);
+    QFETCH(bool, inReach);
+    QFETCH(QString, text);
+
+    vditest::TestServer server;
+    vditest::TcpForwarder forwarder(server.port());
+    const std::string method = handler == QLatin1String("apply")      ? kApply
+                               : handler == QLatin1String("register") ? kRegister
+                               : handler == QLatin1String("report")   ? kReport
+                                                                      : kOperate;
+    const std::string words = "server's own words";
+    server->setScript(method, method == kApply      ? replyWithCode<client::ApplyForVmResp>(4, words)
+                              : method == kRegister ? replyWithCode<client::RegisterDevResp>(4, words)
+                              : method == kReport   ? replyWithCode<client::ReportSuccessResp>(4, words)
+                                                    : replyWithCode<client::OperateForVmResp>(4, words));
+    server->setResponder(method, [&](const vdifake::RecordedCall&, vdifake::Script*) {
+        if (!inReach)
+            forwarder.closeListener();
+        return false;
+    });
+    VdiDesktopGrpcWorker worker;
+    worker.initConnection(server.pemPath(), QStringLiteral("127.0.0.1"), forwarder.port(), false);
+    vditest::LogCapture log;
+
+    tagErrorData error;
+    bool flag = true;
+    const auto take = [&](const tagErrorData& e, bool f) {
+        error = e;
+        flag = f;
+    };
+    connect(&worker, &VdiDesktopGrpcWorker::applyForVMResult, this, [&](tagApplyForVMReply r, bool f) { take(r.error, f); });
+    connect(&worker, &VdiDesktopGrpcWorker::registerDeviceResult, this,
+            [&](tagRegisterDeviceReply r, bool f) { take(r.error, f); });
+    connect(&worker, &VdiDesktopGrpcWorker::reportStatusOfVMResult, this,
+            [&](tagReportSuccessReply r, bool f) { take(r.error, f); });
+    connect(&worker, &VdiDesktopGrpcWorker::applyForVMOfQueryResult, this,
+            [&](tagOperateForVMReply r, bool f) { take(r.error, f); });
+    if (handler == QLatin1String("apply"))
+        worker.applyForVM(tagApplyForVMRequest());
+    else if (handler == QLatin1String("register"))
+        worker.registerDevice(tagRegisterDeviceRequest());
+    else if (handler == QLatin1String("report"))
+        worker.reportStatusOfVM(tagReportSuccessRequest());
+    else
+        worker.applyForVMOfQuery(operation(1));
+
+    QCOMPARE(flag, false);
+    QCOMPARE(error.errorCode, 4);
+    QCOMPARE(error.errorMsgZh, text);
+    QCOMPARE(log.contains(QStringLiteral("seccess to connect remote host: ")), inReach && handler != QLatin1String("query"));
+    QVERIFY(!log.contains(kRestart));  // the server answered: nothing to rebuild
+}
+
+// Ids arrive as text: a 64-bit read for operateVM, an int read elsewhere, where 2^31 gives 0.
+void TestOperations::idsOnTheWire()
+{
+    vditest::TestServer server;
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    for (const QString& id : {QStringLiteral("2147483648"), QStringLiteral("2147483647")}) {
+        const qint64 narrow = id == QLatin1String("2147483648") ? 0 : id.toLongLong();
+        server->clearCalls();
+        facade.operateVM(node(1), id, QStringLiteral("u"), VdiGrpc::tagOperateVMType(1), VdiGrpc::tagOperateVMWay(0), 0,
+                         QString());
+        facade.snapshot(node(1), id, QStringLiteral("u"), VdiGrpc::SnapshotQuery, QString(), QString());
+        facade.modifyVMName(node(1), id, QStringLiteral("u"), QStringLiteral("n"), 0, false);
+        facade.applyForVM(node(1), id, id, QStringLiteral("u"), QString(), QString(), 0);
+        QVERIFY(server->waitForCalls(kApply, 1, 5000));
+
+        QCOMPARE(qint64(server->calls(kOperate).at(0).request<client::OperateForVmReq>().client_base_info().vm_id()),
+                 id.toLongLong());
+        QCOMPARE(qint64(server->calls(kSnapshot).at(0).request<client::SnapshotReq>().content().vm_id()), narrow);
+        QCOMPARE(qint64(server->calls(kModifyName).at(0).request<client::ModifyVmNameReq>().client_base_info().vm_id()),
+                 narrow);
+        const auto apply = server->calls(kApply).at(0).request<client::ApplyForVmReq>();
+        QCOMPARE(qint64(apply.client_base_info().vm_id()), narrow);
+        QCOMPARE(qint64(apply.id()), narrow);
+    }
+    facade.stop();
+}
+
+// Reports about another desktop leave the desktop of the last operation in the cache.
+void TestOperations::cachedDesktopSurvivesReports()
+{
+    vditest::TestServer server;
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    facade.operateVM(node(1), QStringLiteral("11"), QStringLiteral("uuid-11"), VdiGrpc::tagOperateVMType(1),
+                     VdiGrpc::tagOperateVMWay(0), 0, QString());
+    facade.applyForDeviceInfo(node(2), QStringLiteral("22"), QStringLiteral("uuid-22"));
+    facade.reportStatusOfVM(node(2), QStringLiteral("22"), QStringLiteral("uuid-22"), QStringLiteral("10.1.1.22"));
+    facade.usbNotify(node(2), QStringLiteral("22"), QStringLiteral("uuid-22"), QString(), QString());
+    facade.applyForVMOfQuery(node(3), QStringLiteral("11"), QStringLiteral("uuid-11"), QString(), 0,
+                             VdiGrpc::tagOperateVMWay(0), VdiGrpc::tagOperateVMType(1));
+    QVERIFY(server->waitForCalls(kOperate, 2, 5000));
+
+    QCOMPARE(server->calls(kDeviceInfo).at(0).request<client::ApplyForDeviceInfoReq>().client_base_info().vm_id(),
+             int64_t(22));
+    const auto report = server->calls(kReport).at(0).request<client::ReportSuccessReq>();
+    QCOMPARE(report.content().vm_id(), int64_t(22));
+    QCOMPARE(report.content().computer_type(), 0);
+    const auto usb = server->calls(kUsb).at(0).request<client::USBNotifyReq>();
+    QCOMPARE(usb.client_base_info().vm_id(), int64_t(22));
+    QCOMPARE(usb.target_vm().vm_id(), std::string("22"));
+    const auto query = server->calls(kOperate).at(1).request<client::OperateForVmReq>();
+    QCOMPARE(query.client_base_info().vm_id(), int64_t(11));
+    QCOMPARE(query.client_base_info().vmuuid(), std::string("uuid-11"));
+    facade.stop();
+}
+
+void TestOperations::requestsOnTheWire()
+{
+    vditest::TestServer server;
+    VdiDesktopGrpcWorker worker;
+    server.connect(worker);
+
+    // The load figures wait 10 s, whatever the timeout, and carry no metadata of ours.
+    worker.setTimeout(3);
+    tagQueryVmInfoReq info;
+    info.vmId = QStringLiteral("abc");
+    worker.queryVmInfo(info);
+    const auto call = server->calls(kVmInfo).at(0);
+    QVERIFY2(call.deadlineSeconds > 9.0 && call.deadlineSeconds <= 10.2, QByteArray::number(call.deadlineSeconds));
+    QCOMPARE(call.metadata.count("gatewayaccesstoken"), size_t(0));
+    QCOMPARE(call.metadata.count("client-language"), size_t(0));
+    QCOMPARE(call.request<client::VmReq>().vmid(), 0);
+
+    worker.usbNotify(tagUSBNotifyRequest());
+    const auto usb = server->calls(kUsb).at(0).request<client::USBNotifyReq>();
+    QVERIFY(usb.has_client_info());
+    QVERIFY(usb.has_target_vm());
+
+    worker.reportRedirectStatus(tagRedirectStatusReust());
+    QCOMPARE(server->callCount(kRedirect), 1);
+    QCOMPARE(server->calls(kRedirect).at(0).request<client::RedirectStatusReq>().redirect_list_size(), 0);
+}
+
+// No registration in this test: the facade's constructor makes the results deliverable.
+void TestOperations::resultsReachTheApplication()
+{
+    vditest::TestServer server;
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    QSignalSpy applied(&facade, &VdiDesktopGrpcThread::applyForVMResult);
+    QSignalSpy registered(&facade, &VdiDesktopGrpcThread::registerDeviceResult);
+    facade.applyForVM(node(4), QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("u"), QStringLiteral("pool"),
+                      QString(), 0);
+    facade.registerDevice(QStringLiteral("10.0.0.9"), QStringLiteral("mac"), QStringLiteral("dev"),
+                          QStringLiteral("name"), VdiGrpc::tagDeviceRegisterType(1));
+    QTRY_COMPARE(applied.count(), 1);
+    QTRY_COMPARE(registered.count(), 1);
+    QCOMPARE(applied.at(0).at(0).value<tagApplyForVMReply>().vmNode.nodeIndex, 4);
+    QCOMPARE(registered.at(0).at(1).toBool(), true);
+    facade.stop();
+}
+
+VDI_TEST_MAIN(TestOperations)
+#include "tst_operations.moc"
