@@ -1,6 +1,9 @@
 // Conversion of the login reply and of desktops.
 #include "testsupport.h"
 
+#include <algorithm>
+#include <functional>
+
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 
@@ -14,8 +17,10 @@ using google::protobuf::Message;
 
 // Gives every singular number and text of the message and of its sub-messages a value of its
 // own, numbers counting up from `next`, and returns the paths of the numbers set
-// ("share_policy.rdp_clipboard"). Repeated fields are left empty.
-QStringList fillDistinct(Message& message, int& next, const QString& prefix = QString())
+// ("share_policy.rdp_clipboard"); bools are set true. The paths of the texts and bools go to
+// `others` if given. Repeated fields are left empty.
+QStringList fillDistinct(Message& message, int& next, const QString& prefix = QString(),
+                         QStringList* others = nullptr)
 {
     QStringList paths;
     const google::protobuf::Descriptor* descriptor = message.GetDescriptor();
@@ -34,11 +39,18 @@ QStringList fillDistinct(Message& message, int& next, const QString& prefix = QS
             reflection->SetInt64(&message, field, next++);
             paths << path;
             break;
+        case FieldDescriptor::CPPTYPE_BOOL:
+            reflection->SetBool(&message, field, true);
+            if (others)
+                *others << path;
+            break;
         case FieldDescriptor::CPPTYPE_STRING:
             reflection->SetString(&message, field, "text " + std::to_string(next++));
+            if (others)
+                *others << path;
             break;
         case FieldDescriptor::CPPTYPE_MESSAGE:
-            paths << fillDistinct(*reflection->MutableMessage(&message, field), next, path + QLatin1Char('.'));
+            paths << fillDistinct(*reflection->MutableMessage(&message, field), next, path + QLatin1Char('.'), others);
             break;
         default:
             break;
@@ -47,26 +59,61 @@ QStringList fillDistinct(Message& message, int& next, const QString& prefix = QS
     return paths;
 }
 
-// The number at a path that fillDistinct returned; -1 for a path that is not there.
-qint64 wireNumber(const Message& message, const QString& path)
+// fillDistinct over the whole message: the paths of everything set, texts and bools included.
+QStringList fillEverything(Message& message)
+{
+    int next = 101;
+    QStringList others;
+    return fillDistinct(message, next, QString(), &others) + others;
+}
+
+// The single value at a path, as text: numbers in decimal, bools as "true" or "false", a repeated
+// text field as its entries joined by '|'. A path that leads to no such field reads as a text
+// that no member holds.
+QString wireText(const Message& message, const QString& path)
 {
     const Message* current = &message;
     const QStringList names = path.split(QLatin1Char('.'));
     for (int i = 0; i < names.size(); ++i) {
         const FieldDescriptor* field = current->GetDescriptor()->FindFieldByName(names[i].toStdString());
-        if (!field)
-            return -1;
+        if (!field || (field->is_repeated() && field->cpp_type() != FieldDescriptor::CPPTYPE_STRING))
+            break;
         const google::protobuf::Reflection* reflection = current->GetReflection();
-        if (i + 1 < names.size()) {
+        if (field->cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE) {
             current = &reflection->GetMessage(*current, field);
             continue;
         }
-        if (field->cpp_type() == FieldDescriptor::CPPTYPE_INT32)
-            return reflection->GetInt32(*current, field);
-        if (field->cpp_type() == FieldDescriptor::CPPTYPE_INT64)
-            return reflection->GetInt64(*current, field);
+        if (i + 1 < names.size())
+            break;
+        if (field->is_repeated()) {
+            QStringList texts;
+            for (int j = 0; j < reflection->FieldSize(*current, field); ++j)
+                texts << QString::fromStdString(reflection->GetRepeatedString(*current, field, j));
+            return texts.join(QLatin1Char('|'));
+        }
+        switch (field->cpp_type()) {
+        case FieldDescriptor::CPPTYPE_INT32:
+            return QString::number(reflection->GetInt32(*current, field));
+        case FieldDescriptor::CPPTYPE_INT64:
+            return QString::number(reflection->GetInt64(*current, field));
+        case FieldDescriptor::CPPTYPE_BOOL:
+            return QLatin1String(reflection->GetBool(*current, field) ? "true" : "false");
+        case FieldDescriptor::CPPTYPE_STRING:
+            return QString::fromStdString(reflection->GetString(*current, field));
+        default:
+            break;
+        }
+        break;
     }
-    return -1;
+    return QStringLiteral("<no field %1>").arg(path);
+}
+
+// The number at a path that fillDistinct returned; -1 for a path that is not there.
+qint64 wireNumber(const Message& message, const QString& path)
+{
+    bool isNumber = false;
+    const qint64 number = wireText(message, path).toLongLong(&isNumber);
+    return isNumber ? number : -1;
 }
 
 template <class Record>
@@ -159,6 +206,139 @@ const std::vector<WireField<tagControlPolicy>> kControlPolicyFields{
 };
 
 #undef FIELD
+
+QString shown(int value) { return QString::number(value); }
+QString shown(qint64 value) { return QString::number(value); }
+QString shown(bool value) { return QLatin1String(value ? "true" : "false"); }
+QString shown(const QString& value) { return value; }
+QString shown(const QList<QString>& value) { return QStringList(value).join(QLatin1Char('|')); }
+
+// A member of a reply record, as text, and the wire field that fills it; a member without a wire
+// field is one that the conversion leaves as default construction made it.
+template <class Record>
+struct Member {
+    QString name;
+    QString wire;
+    std::function<QString(const Record&)> read;
+};
+
+#define MEMBER(Record, member, wire)                                                                \
+    Member<Record>                                                                                 \
+    {                                                                                              \
+        QLatin1String(#member), QLatin1String(wire), [](const Record& r) { return shown(r.member); } \
+    }
+#define UNTOUCHED(Record, member)                                                                  \
+    Member<Record>                                                                                 \
+    {                                                                                              \
+        QLatin1String(#member), QString(), [](const Record& r) { return shown(r.member); }         \
+    }
+
+// Adds the members of a part of the record (`part` picks it out) under the part's own names.
+template <class Record, class Part, class Get>
+void addPart(std::vector<Member<Record>>& table, const std::vector<Member<Part>>& members, const QString& name,
+             const QString& wire, Get part)
+{
+    for (const Member<Part>& member : members) {
+        const std::function<QString(const Part&)> read = member.read;
+        table.push_back({name + member.name, member.wire.isEmpty() ? QString() : wire + member.wire,
+                         [read, part](const Record& record) { return read(part(record)); }});
+    }
+}
+
+template <class Part>
+std::vector<Member<Part>> asMembers(const std::vector<WireField<Part>>& fields)
+{
+    std::vector<Member<Part>> members;
+    for (const WireField<Part>& field : fields)
+        members.push_back({QLatin1String(field.name), QLatin1String(field.wire),
+                           [field](const Part& part) { return shown(part.*field.member); }});
+    return members;
+}
+
+// The single-valued members of a desktop; its lists are left to the tests above.
+const std::vector<Member<tagVMInfo>> kVMInfoMembers = [] {
+    std::vector<Member<tagVMInfo>> members{
+        MEMBER(tagVMInfo, vmId, "vm_id"),
+        MEMBER(tagVMInfo, vmName, "vm_name"),
+        MEMBER(tagVMInfo, vmStatus, "vm_status"),
+        MEMBER(tagVMInfo, vmIsUsed, "vm_is_used"),
+        MEMBER(tagVMInfo, osVersion, "os_version"),
+        MEMBER(tagVMInfo, osType, "os_type"),
+        MEMBER(tagVMInfo, isPortEnable, "is_port_enable"),
+        MEMBER(tagVMInfo, vmUuid, "vmUuid"),
+        MEMBER(tagVMInfo, domainName, "domain_name"),
+        MEMBER(tagVMInfo, controlPolicy.color, "control_policy.watermark_policy.color"),
+        MEMBER(tagVMInfo, controlPolicy.userDefine, "control_policy.watermark_policy.user_define"),
+    };
+    addPart(members, asMembers(kVMOperatorFields), QStringLiteral("vmOperator."), QStringLiteral("extend_op."),
+            [](const tagVMInfo& vm) -> const tagVMOperator& { return vm.vmOperator; });
+    addPart(members, asMembers(kControlPolicyFields), QStringLiteral("controlPolicy."),
+            QStringLiteral("control_policy."),
+            [](const tagVMInfo& vm) -> const tagControlPolicy& { return vm.controlPolicy; });
+    return members;
+}();
+
+// Every reply's `error`, and the `vmNode` that only the handler fills.
+template <class Record>
+void addError(std::vector<Member<Record>>& table)
+{
+    static const std::vector<Member<tagErrorData>> error{
+        MEMBER(tagErrorData, errorCode, "error_code"),
+        MEMBER(tagErrorData, errorMsgZh, "error_msg_zh"),
+        MEMBER(tagErrorData, errorMsgEn, "error_msg_en"),
+    };
+    addPart(table, error, QStringLiteral("error."), QStringLiteral("error."),
+            [](const Record& record) -> const tagErrorData& { return record.error; });
+}
+
+template <class Record>
+void addUntouchedNode(std::vector<Member<Record>>& table)
+{
+    static const std::vector<Member<tagVmNodeInfo>> node{
+        UNTOUCHED(tagVmNodeInfo, nodeId),
+        UNTOUCHED(tagVmNodeInfo, nodeName),
+        UNTOUCHED(tagVmNodeInfo, nodeIndex),
+    };
+    addPart(table, node, QStringLiteral("vmNode."), QString(),
+            [](const Record& record) -> const tagVmNodeInfo& { return record.vmNode; });
+}
+
+// Compares each member with its wire field, or with a default-constructed record when it has
+// none. Every path of `filled` must fill a member, be `dropped` (a path ending in '.' drops a
+// whole sub-message) or lie under `elsewhere`, checked by other tests; and no member may hold the
+// value of a dropped field. The mismatches are returned.
+template <class Record>
+QStringList memberMismatches(const std::vector<Member<Record>>& table, const Record& record, const Message& message,
+                             const QStringList& filled, const QStringList& dropped = {},
+                             const QString& elsewhere = QString())
+{
+    QStringList mismatches;
+    QStringList unmapped = filled;
+    const Record untouched{};
+    for (const Member<Record>& member : table) {
+        const QString expected = member.wire.isEmpty() ? member.read(untouched) : wireText(message, member.wire);
+        if (member.read(record) != expected)
+            mismatches << QStringLiteral("%1 is \"%2\", not \"%3\"").arg(member.name, member.read(record), expected);
+        unmapped.removeAll(member.wire);
+    }
+    for (const QString& path : filled) {
+        const bool isDropped = std::any_of(dropped.begin(), dropped.end(), [&path](const QString& drop) {
+            return path == drop || (drop.endsWith(QLatin1Char('.')) && path.startsWith(drop));
+        });
+        if (!isDropped)
+            continue;
+        unmapped.removeAll(path);
+        for (const Member<Record>& member : table) {
+            if (member.read(record) == wireText(message, path))
+                mismatches << QStringLiteral("%1 holds the value of the dropped %2").arg(member.name, path);
+        }
+    }
+    for (const QString& path : unmapped) {
+        if (elsewhere.isEmpty() || !path.startsWith(elsewhere))
+            mismatches << QStringLiteral("%1 fills no member").arg(path);
+    }
+    return mismatches;
+}
 } // namespace
 
 class TestDesktops : public QObject
@@ -174,6 +354,12 @@ private slots:
     void loginReplyPools();
     void failedReplyIsConvertedInFull();
     void vmDetailsKeepLowBits();
+    void applyForVMReplyFieldMap();
+    void operateForVMReplyFieldMap();
+    void recoverVMReplyFieldMap();
+    void snapshotReplyKeepsOrder();
+    void deviceInfoReplyKeepsOrder();
+    void deskTopPoolReplyFieldMap();
 };
 
 void TestDesktops::expiryCoding_data()
@@ -388,6 +574,184 @@ void TestDesktops::vmDetailsKeepLowBits()
     QCOMPARE(converted.memRate, QStringLiteral("35%"));
     QVERIFY(log.contains(QStringLiteral(" reply:"), QtDebugMsg));
     QVERIFY(log.contains(QStringLiteral("12%"), QtDebugMsg));
+}
+
+void TestDesktops::applyForVMReplyFieldMap()
+{
+    client::ApplyForVmResp reply;
+    QStringList filled = fillEverything(reply);
+    for (const char* ip : {"10.0.0.1", "10.0.0.2"})
+        reply.add_host_ips(ip);
+    for (const char* group : {"staff", "lab", "night"})
+        reply.add_grouplist(group);
+    filled << QStringLiteral("host_ips") << QStringLiteral("grouplist");
+
+    using R = tagApplyForVMReply;
+    std::vector<Member<R>> table{
+        MEMBER(R, vmInfo.vmId, "vm.vm_id"),  // the desktop itself: grpc2VMInfo, tested above
+        MEMBER(R, vmInfo.vmUuid, "vm.vmUuid"),
+        MEMBER(R, vmInfo.vmName, "vm.vm_name"),
+        MEMBER(R, name, "name"),
+        MEMBER(R, password, "password"),
+        MEMBER(R, hostIp, "host_ip"),
+        MEMBER(R, hostIps, "host_ips"),
+        MEMBER(R, spicePassword, "spice_password"),
+        MEMBER(R, userGroup, "user_group"),
+        MEMBER(R, userNameOrDeviceName, "userNameOrDeviceName"),
+        MEMBER(R, grouplist, "grouplist"),
+        // Echoed from the request by the handler, or the application's own.
+        UNTOUCHED(R, reservedNumber),
+        UNTOUCHED(R, reservedText),
+        UNTOUCHED(R, id),
+        UNTOUCHED(R, port),
+        UNTOUCHED(R, startDomain),
+    };
+    addError(table);
+    addUntouchedNode(table);
+    R converted;
+    H::fromApplyForVMResp(reply, converted);
+    const QStringList mismatches = memberMismatches(table, converted, reply, filled, {}, QStringLiteral("vm."));
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join('\n')));
+}
+
+void TestDesktops::operateForVMReplyFieldMap()
+{
+    client::OperateForVmResp reply;
+    const QStringList filled = fillEverything(reply);
+    using R = tagOperateForVMReply;
+    std::vector<Member<R>> table{
+        MEMBER(R, spicePort, "spice_port"),
+        MEMBER(R, hostIp, "hostIp"),
+        MEMBER(R, gatewayToken, "gatewayToken"),
+        MEMBER(R, tlsPort, "tlsPort"),
+        UNTOUCHED(R, opType),  // echoed by the handler
+    };
+    addPart(table, kVMInfoMembers, QStringLiteral("vmInfo."), QStringLiteral("vm."),
+            [](const R& record) -> const tagVMInfo& { return record.vmInfo; });
+    addError(table);
+    addUntouchedNode(table);
+    R converted;
+    H::fromOperateForVMResq(reply, converted);
+    // isUsedGateway has no member: its value must turn up nowhere.
+    const QStringList mismatches =
+        memberMismatches(table, converted, reply, filled, {QStringLiteral("isUsedGateway")});
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join('\n')));
+}
+
+void TestDesktops::recoverVMReplyFieldMap()
+{
+    client::RecoverVmResp reply;
+    const QStringList filled = fillEverything(reply);
+    reply.set_vm_id(5000000000LL + reply.vm_id());  // beyond 32 bits
+    using R = tagRecoverVMReply;
+    std::vector<Member<R>> table{
+        MEMBER(R, vmId, "vm_id"),
+        MEMBER(R, progress, "progress"),
+        MEMBER(R, vmUuid, "vmUuid"),
+    };
+    addError(table);
+    addUntouchedNode(table);
+    R converted;
+    H::fromRecoverVMResq(reply, converted);
+    const QStringList mismatches = memberMismatches(table, converted, reply, filled);
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join('\n')));
+}
+
+void TestDesktops::snapshotReplyKeepsOrder()
+{
+    client::SnapshotResp reply;
+    const QStringList filled = fillEverything(reply);
+    for (const char* name : {"before-update", "after-update", "monday"}) {
+        client::SnapshotInfo* snapshot = reply.add_snapshot_list();
+        snapshot->set_name(name);
+        snapshot->set_description(std::string("taken ") + name);
+    }
+    using R = tagSnapshotReply;
+    std::vector<Member<R>> table{UNTOUCHED(R, vmId)};  // the handler's
+    addError(table);
+    addUntouchedNode(table);
+    R converted;
+    H::fromSnapshotResq(reply, converted);
+    const QStringList mismatches = memberMismatches(table, converted, reply, filled);
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join('\n')));
+
+    QCOMPARE(converted.snapshotList.size(), reply.snapshot_list_size());
+    for (int i = 0; i < reply.snapshot_list_size(); ++i) {
+        QCOMPARE(converted.snapshotList.at(i).name, QString::fromStdString(reply.snapshot_list(i).name()));
+        QCOMPARE(converted.snapshotList.at(i).description,
+                 QString::fromStdString(reply.snapshot_list(i).description()));
+    }
+}
+
+void TestDesktops::deviceInfoReplyKeepsOrder()
+{
+    client::ApplyForDeviceInfoResp reply;
+    const QStringList filled = fillEverything(reply);
+    for (int i = 0; i < 3; ++i) {
+        client::Device* device = reply.add_device_list();
+        device->set_device_id("dev-" + std::to_string(i));
+        device->mutable_vm_address()->set_mac("52:54:00:00:00:0" + std::to_string(i));
+        device->mutable_vm_address()->add_ip_list(" 10.0." + std::to_string(i) + ".1 ");  // trimmed
+        device->mutable_vm_address()->add_ip_list("");                                     // dropped
+        device->mutable_vm_address()->add_ip_list("10.0." + std::to_string(i) + ".2");
+    }
+    using R = tagApplyForDeviceInfoReply;
+    std::vector<Member<R>> table;
+    addError(table);
+    addUntouchedNode(table);
+    R converted;
+    H::fromApplyForDeviceInfoResq(reply, converted);
+    const QStringList mismatches = memberMismatches(table, converted, reply, filled);
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join('\n')));
+
+    QCOMPARE(converted.deviceList.size(), reply.device_list_size());
+    for (int i = 0; i < reply.device_list_size(); ++i) {
+        const client::Device& device = reply.device_list(i);
+        QCOMPARE(converted.deviceList.at(i).deviceId, QString::fromStdString(device.device_id()));
+        QCOMPARE(converted.deviceList.at(i).address.mac, QString::fromStdString(device.vm_address().mac()));
+        QCOMPARE(converted.deviceList.at(i).address.ipList,
+                 (QList<QString>{QStringLiteral("10.0.%1.1").arg(i), QStringLiteral("10.0.%1.2").arg(i)}));
+    }
+}
+
+void TestDesktops::deskTopPoolReplyFieldMap()
+{
+    client::DeskTopPoolResp reply;
+    const QStringList filled = fillEverything(reply);
+    using R = tagDeskTopPoolReply;
+    std::vector<Member<R>> table{
+        MEMBER(R, pool.id, "pool.id"),
+        MEMBER(R, pool.type, "pool.type"),
+        MEMBER(R, pool.name, "pool.name"),
+        MEMBER(R, pool.status, "pool.status"),
+        MEMBER(R, pool.templetId, "pool.templetId"),
+        MEMBER(R, pool.offlineDate, "pool.offlineDate"),
+        MEMBER(R, pool.recoverMode, "pool.recoverMode"),
+        MEMBER(R, pool.vmOsType, "pool.vm_os_type"),
+        MEMBER(R, pool.vmOsVersion, "pool.vm_os_version"),
+        MEMBER(R, pool.computerType, "pool.computer_type"),
+        MEMBER(R, pool.poolExpireTime, "pool.pool_expire_time"),  // a plain time: coded as it stands
+        MEMBER(R, pool.serverAddress, "pool.server_address"),
+        MEMBER(R, pool.serverPort, "pool.server_port"),
+        MEMBER(R, pool.gatewayAccessStrategy, "pool.gateway_access_strategy"),
+        MEMBER(R, pool.resourceName, "pool.resource_name"),
+        UNTOUCHED(R, pool.reservedNumber),
+        UNTOUCHED(R, pool.reservedText),
+        UNTOUCHED(R, pool.isExPool),
+    };
+    addPart(table, asMembers(kVMOperatorFields), QStringLiteral("pool."), QStringLiteral("pool.extend_op."),
+            [](const R& record) -> const tagVMOperator& { return record.pool; });
+    addError(table);
+    R converted;
+    H::fromDeskTopPoolResq(reply, converted);
+    const QStringList dropped{
+        QStringLiteral("pool.authDevice."), QStringLiteral("pool.imageUuid"),   QStringLiteral("pool.accessAccount"),
+        QStringLiteral("pool.accessPassword"), QStringLiteral("mac"),           QStringLiteral("idvUsbPolicy."),
+        QStringLiteral("computerName"),      QStringLiteral("vmAutoLogin"),     QStringLiteral("recoverUuid"),
+        QStringLiteral("createRestorePoint"), QStringLiteral("pwdOption"),      QStringLiteral("fixedPwd"),
+    };
+    const QStringList mismatches = memberMismatches(table, converted, reply, filled, dropped);
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join('\n')));
 }
 
 VDI_TEST_MAIN(TestDesktops)

@@ -1,8 +1,10 @@
 // vdi-demo: short sessions of an application against the bundled simulator, once with a
 // controller reached directly and once through an access gateway. It starts vdi-simulator on
 // 127.0.0.1, drives the public VdiDesktopGrpcThread as an application would (discovery, login,
-// the desktop list, heartbeat) and tells in plain words what happened at each step. The
-// library's own log goes to a file.
+// the desktop list, device registration, a desktop handed out with its connection data, its
+// status report and snapshots, heartbeat) and tells in plain words what happened at each step.
+// The simulator lets the first desktop assignment overrun its deadline, so the demo shows how
+// an application asks again. The library's own log goes to a file.
 //
 // The library keeps the gateway's token and credentials in <Documents>/gateway/. The demo runs
 // with HOME and XDG_CONFIG_HOME pointing at a temporary directory, so that the user's own
@@ -24,6 +26,7 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 
 #include "deployment.h"
@@ -32,6 +35,10 @@
 namespace {
 
 const int kAnswerTimeoutMs = 15000;
+// How often the demo applies for a desktop while the server is still preparing it.
+const int kApplyAttempts = 4;
+// Desktop assignments that the simulator lets overrun their deadline first.
+const int kSimulatedApplyOverruns = 1;
 
 QFile g_logFile;
 QMutex g_logMutex;
@@ -86,6 +93,20 @@ bool awaitAnswer(VdiDesktopGrpcThread& facade, void (VdiDesktopGrpcThread::*sign
     loop.exec();
     QObject::disconnect(connection);
     return answered;
+}
+
+// Runs the event loop until `done` holds; false when the time ran out first.
+bool waitUntil(const std::function<bool()>& done, int timeoutMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!done()) {
+        if (timer.elapsed() >= timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(5);
+    }
+    return true;
 }
 
 void say(const QString& text)
@@ -157,6 +178,167 @@ QString outcome(bool status, const tagErrorData& error)
     return QStringLiteral("failed, code %1 (%2)").arg(error.errorCode).arg(error.errorMsgZh);
 }
 
+// Counts the failed steps of a session.
+struct Tally {
+    int failures = 0;
+
+    void answered(bool came, const QString& what)
+    {
+        if (!came) {
+            say(QStringLiteral("  FAILED: no answer to %1").arg(what));
+            ++failures;
+        }
+    }
+    // For steps the rest of the session builds on: a refusal counts as a failure too.
+    void require(bool ok, const QString& what)
+    {
+        if (!ok) {
+            say(QStringLiteral("  FAILED: %1").arg(what));
+            ++failures;
+        }
+    }
+};
+
+QString firstAddress(const tagVMInfo& vm)
+{
+    for (const tagVMAddress& address : vm.addressList)
+        if (!address.ipList.isEmpty())
+            return address.ipList.first();
+    return vm.ipList.isEmpty() ? QString() : vm.ipList.first();
+}
+
+// After the login: the terminal registers, gets a desktop of the user's first pool with its
+// connection data, reports it connected and lists its snapshots (steps 9 to 13).
+void runDesktopSteps(VdiDesktopGrpcThread& facade, const LoginReply& login, Tally& tally)
+{
+    const QString mac = facade.getLocalMAC();
+    const QString deviceId = QStringLiteral("demo-") + QString(mac).remove(QLatin1Char(':'));
+    facade.registerDevice(facade.getLocalIP(), mac, deviceId, QStringLiteral("demo-terminal"),
+                          VdiGrpc::tagDeviceRegisterType(0));
+    tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::registerDeviceResult,
+                               [&](RegisterDeviceReply reply, bool status) {
+                                   say(QStringLiteral("9. This terminal registered as \"%1\": register id %2 (%3).")
+                                           .arg(deviceId)
+                                           .arg(reply.registerId)
+                                           .arg(outcome(status, reply.error)));
+                                   tally.require(status && reply.registerId > 0,
+                                                 QStringLiteral("the terminal was not registered"));
+                               }),
+                   QStringLiteral("the device registration"));
+
+    const tagPoolInfo& pool = login.poolList.first();
+    if (pool.vmList.isEmpty()) {
+        say(QStringLiteral("10.-13. The pool \"%1\" lists no desktop to apply for.").arg(pool.name));
+        tally.require(false, QStringLiteral("the user's first pool has no desktop"));
+        return;
+    }
+    const tagVM& wanted = pool.vmList.first();
+    const QString vmId = QString::number(wanted.vmId);
+    // The application's own handle on the desktop entry; every answer brings it back.
+    const tagVmNodeInfo node{QStringLiteral("pool-%1/desktop-%2").arg(pool.id).arg(wanted.vmId), wanted.vmName, 0};
+    const auto sameNode = [&node](const tagVmNodeInfo& echoed) {
+        return echoed.nodeId == node.nodeId && echoed.nodeName == node.nodeName && echoed.nodeIndex == node.nodeIndex;
+    };
+
+    // 10. While the controller is still preparing the desktop, the answer is true with error
+    // code 4: the application asks again.
+    say(QStringLiteral("10. Applying for the desktop \"%1\" of the pool \"%2\".").arg(wanted.vmName, pool.name));
+    ApplyForVMReply assigned;
+    bool assignedOk = false;
+    bool answered = true;
+    for (int attempt = 1; attempt <= kApplyAttempts && answered; ++attempt) {
+        bool status = false;
+        facade.applyForVM(node, QString::number(pool.id), vmId, wanted.vmUuid, pool.name, QString(), 0);
+        answered = awaitAnswer(facade, &VdiDesktopGrpcThread::applyForVMResult, [&](ApplyForVMReply reply, bool ok) {
+            assigned = reply;
+            status = ok;
+        });
+        if (!answered)
+            break;
+        if (status && assigned.error.errorCode == 4) {
+            say(QStringLiteral("    The controller is still preparing it (code 4: %1); %2.")
+                    .arg(assigned.error.errorMsgEn, attempt < kApplyAttempts ? QStringLiteral("asking again")
+                                                                             : QStringLiteral("giving up")));
+            continue;
+        }
+        assignedOk = status && assigned.error.errorCode == 0;
+        break;
+    }
+    tally.answered(answered, QStringLiteral("the desktop assignment"));
+    if (!answered)
+        return;
+    if (!assignedOk) {
+        say(QStringLiteral("    Not handed out: %1.").arg(outcome(false, assigned.error)));
+        tally.require(false, QStringLiteral("no desktop was handed out"));
+        return;
+    }
+    const tagVMInfo& vm = assigned.vmInfo;
+    // The reply holds the desktop's account and spice passwords too: an application passes
+    // them to the remote-desktop client and never shows them.
+    say(QStringLiteral("    Handed out: \"%1\" (uuid %2), %3, address %4, on the host %5; account \"%6\".")
+            .arg(vm.vmName, vm.vmUuid, vm.vmStatus, firstAddress(vm), assigned.hostIp, assigned.userNameOrDeviceName));
+    tally.require(vm.vmUuid == wanted.vmUuid, QStringLiteral("another desktop was handed out than the one asked for"));
+    tally.require(sameNode(assigned.vmNode), QStringLiteral("the desktop's handle came back changed"));
+
+    facade.applyForVMOfQuery(node, vmId, vm.vmUuid, QString(), 0, VdiGrpc::tagOperateVMWay(0),
+                             VdiGrpc::tagOperateVMType(vdifake::SimulatedDeployment::QueryDesktop));
+    tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::applyForVMOfQueryResult,
+                               [&](OperateForVMReply reply, bool status) {
+                                   say(QStringLiteral("11. Connection data: spice at %1 port %2, the desktop %3 (%4).")
+                                           .arg(reply.hostIp, reply.spicePort.isEmpty() ? QStringLiteral("none") : reply.spicePort,
+                                                reply.vmInfo.vmStatus, outcome(status, reply.error)));
+                                   tally.require(status && !reply.hostIp.isEmpty() && !reply.spicePort.isEmpty(),
+                                                 QStringLiteral("no connection data for the desktop"));
+                               }),
+                   QStringLiteral("the connection data query"));
+
+    const QString vmIp = firstAddress(vm);
+    facade.reportStatusOfVM(node, vmId, vm.vmUuid, vmIp);
+    tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::reportStatusOfVMResult,
+                               [&](ReportSuccessReply reply, bool status) {
+                                   say(QStringLiteral("12. Reported the desktop %1 (id %2) as connected (%3).")
+                                           .arg(vmIp)
+                                           .arg(reply.vmId)
+                                           .arg(outcome(status, reply.error)));
+                                   tally.require(status, QStringLiteral("the status report was refused"));
+                               }),
+                   QStringLiteral("the status report"));
+
+    // A query answers twice: the list, then its count. Both may arrive in one go, so the
+    // count is caught from before the request on.
+    int counted = -1;
+    const QMetaObject::Connection countConnection = QObject::connect(
+        &facade, &VdiDesktopGrpcThread::snapshotQueryResult, &facade, [&counted](int count) { counted = count; });
+    facade.snapshot(node, vmId, vm.vmUuid, VdiGrpc::SnapshotQuery, QString(), QString());
+    bool listed = false;
+    int listSize = 0;
+    tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::snapshotResult,
+                               [&](SnapshotReply reply, bool status, int opType) {
+                                   QStringList names;
+                                   for (const tagSnapshotInfo& snapshot : qAsConst(reply.snapshotList))
+                                       names << QStringLiteral("\"%1\" (%2)").arg(snapshot.name, snapshot.description);
+                                   say(QStringLiteral("13. Snapshots of \"%1\" (query, type %2): %3 (%4).")
+                                           .arg(vm.vmName)
+                                           .arg(opType)
+                                           .arg(names.isEmpty() ? QStringLiteral("none") : names.join(QStringLiteral(", ")),
+                                                outcome(status, reply.error)));
+                                   listed = status;
+                                   listSize = reply.snapshotList.size();
+                               }),
+                   QStringLiteral("the snapshot query"));
+    if (listed) {
+        const bool countCame = waitUntil([&counted] { return counted >= 0; }, kAnswerTimeoutMs);
+        tally.answered(countCame, QStringLiteral("the snapshot count"));
+        if (countCame) {
+            say(QStringLiteral("    The library counted %1 snapshot(s).").arg(counted));
+            tally.require(counted == listSize, QStringLiteral("the count differs from the list"));
+        }
+    } else {
+        tally.require(false, QStringLiteral("the snapshot query was refused"));
+    }
+    QObject::disconnect(countConnection);
+}
+
 struct Simulator {
     QProcess process;
     int port = 0;
@@ -166,7 +348,8 @@ struct Simulator {
     bool start(const QString& program, const QString& mode)
     {
         process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(program, {QStringLiteral("--mode"), mode, QStringLiteral("--until-stdin-closes")});
+        process.start(program, {QStringLiteral("--mode"), mode, QStringLiteral("--until-stdin-closes"),
+                                QStringLiteral("--apply-overruns"), QString::number(kSimulatedApplyOverruns)});
         if (!process.waitForStarted(5000))
             return false;
         QElapsedTimer timer;
@@ -214,20 +397,7 @@ int runSession(const QString& mode, const Credentials& credentials)
                        "(not the host name).")
             .arg(simulator.port).arg(simulator.pem, simulator.commonName));
 
-    int failures = 0;
-    auto step = [&failures](bool answered, const QString& what) {
-        if (!answered) {
-            say(QStringLiteral("  FAILED: no answer to %1").arg(what));
-            ++failures;
-        }
-    };
-    // For steps the rest of the session builds on: a refusal counts as a failure too.
-    auto mustSucceed = [&failures](bool ok, const QString& what) {
-        if (!ok) {
-            say(QStringLiteral("  FAILED: %1").arg(what));
-            ++failures;
-        }
-    };
+    Tally tally;
     const bool gatewayMode = mode == QLatin1String("gateway");
     {
         VdiDesktopGrpcThread facade;
@@ -243,7 +413,7 @@ int runSession(const QString& mode, const Credentials& credentials)
         facade.initExtendInfoParameter(extend);
 
         facade.initDeviceInfo(QStringLiteral("127.0.0.1"), quint16(simulator.port));
-        step(awaitAnswer(facade, &VdiDesktopGrpcThread::deviceNetworkInfo, [&](QString ip, QString mac, bool found) {
+        tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::deviceNetworkInfo, [&](QString ip, QString mac, bool found) {
                  if (found) {
                      facade.setLocalIP(ip);
                      facade.setLocalMAC(mac);
@@ -260,14 +430,14 @@ int runSession(const QString& mode, const Credentials& credentials)
         facade.initConnection(simulator.pem, QStringLiteral("127.0.0.1"), ushort(simulator.port), false);
         if (waitForLog({QStringLiteral(" grpcheader language: ")}, 5000) < 0) {
             say(QStringLiteral("2. FAILED: the TLS channels could not be set up."));
-            ++failures;
+            ++tally.failures;
         } else {
             say(QStringLiteral("2. TLS channels built, trusting the simulator's certificate under the name \"%1\".")
                     .arg(simulator.commonName));
         }
 
         facade.queryServerTypeInfo();
-        step(awaitAnswer(facade, &VdiDesktopGrpcThread::queryServerTypeInfoResult, [](ServerTypeInfoResp reply, bool status) {
+        tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::queryServerTypeInfoResult, [](ServerTypeInfoResp reply, bool status) {
                  say(QStringLiteral("3. Server type: %1 (%2).")
                          .arg(reply.serverType == 1 ? QStringLiteral("access gateway")
                                                     : reply.serverType == 0 ? QStringLiteral("controller")
@@ -277,7 +447,7 @@ int runSession(const QString& mode, const Credentials& credentials)
              QStringLiteral("the server type query"));
 
         facade.queryDeviceConfigInfo(facade.getLocalMAC(), facade.getLocalIP());
-        step(awaitAnswer(facade, &VdiDesktopGrpcThread::queryDeviceConfigInfoResult, [](DeviceConfigInfoResp reply, bool status) {
+        tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::queryDeviceConfigInfoResult, [](DeviceConfigInfoResp reply, bool status) {
                  say(QStringLiteral("4. Device configuration: login kind %1, server architecture %2, remember password %3 (%4).")
                          .arg(reply.authType)
                          .arg(reply.serverArch, reply.rememberPassword ? QStringLiteral("yes") : QStringLiteral("no"),
@@ -326,64 +496,66 @@ int runSession(const QString& mode, const Credentials& credentials)
                             .arg(reply.error.errorCode));
             });
         QObject::disconnect(askConnection);
-        step(loginAnswered, QStringLiteral("the login"));
+        tally.answered(loginAnswered, QStringLiteral("the login"));
         if (loginAnswered)
-            mustSucceed(loggedIn, QStringLiteral("the login did not succeed"));
+            tally.require(loggedIn, QStringLiteral("the login did not succeed"));
         if (gatewayMode)
-            mustSucceed(askedForGateway, QStringLiteral("the library never asked for the gateway's credentials"));
+            tally.require(askedForGateway, QStringLiteral("the library never asked for the gateway's credentials"));
 
         if (loggedIn) {
             say(QStringLiteral("7. The pools and desktops of \"%1\":").arg(loginReply.name));
             printPools(loginReply);
-            mustSucceed(!loginReply.poolList.isEmpty(), QStringLiteral("the user has no pools"));
+            tally.require(!loginReply.poolList.isEmpty(), QStringLiteral("the user has no pools"));
 
             facade.updateVmInfoFromServer();
-            step(awaitAnswer(facade, &VdiDesktopGrpcThread::updateVmInfoFromServerResult,
+            tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::updateVmInfoFromServerResult,
                              [&](LoginReply reply, bool status) {
                                  say(QStringLiteral("8. Desktop list fetched again: %1 pool(s), %2 desktop(s) (%3).")
                                          .arg(reply.poolList.size())
                                          .arg(desktopCount(reply))
                                          .arg(outcome(status, reply.error)));
-                                 mustSucceed(status && reply.poolList.size() == loginReply.poolList.size(),
+                                 tally.require(status && reply.poolList.size() == loginReply.poolList.size(),
                                              QStringLiteral("the refreshed desktop list differs from the login's"));
                              }),
                  QStringLiteral("the desktop list refresh"));
+            if (!loginReply.poolList.isEmpty())
+                runDesktopSteps(facade, loginReply, tally);
         } else {
-            say(QStringLiteral("7./8. Not logged in: no pools to show, no desktop list to fetch again."));
+            say(QStringLiteral("7.-13. Not logged in: no pools to show, no desktop to apply for."));
         }
 
         facade.queryGatewayInfo();
-        step(awaitAnswer(facade, &VdiDesktopGrpcThread::queryGatewayInfoResult, [](GatewayInfoResp reply, bool status) {
+        tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::queryGatewayInfoResult, [](GatewayInfoResp reply, bool status) {
                  QStringList names;
                  for (const tagGatewayInfo& gateway : qAsConst(reply.gatewayList))
                      names << QStringLiteral("%1 at %2 (VDP %3, RDP %4)").arg(gateway.name, gateway.publicIp, gateway.vdpPort, gateway.rdpPort);
-                 say(QStringLiteral("9. Gateways: %1 (%2).")
+                 say(QStringLiteral("14. Gateways: %1 (%2).")
                          .arg(names.isEmpty() ? QStringLiteral("none") : names.join(QStringLiteral("; ")), outcome(status, reply.error)));
              }),
              QStringLiteral("the gateway list query"));
 
         facade.queryControllerListForGrpcThread(QStringLiteral("127.0.0.1"));
-        step(awaitAnswer(facade, &VdiDesktopGrpcThread::queryControllerListResultForGrpcThread,
+        tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::queryControllerListResultForGrpcThread,
                          [](QureyControllerListResp reply, bool status, QString serverIp) {
                              QStringList names;
                              for (const tagResourceInfo& resource : qAsConst(reply.resourceList))
                                  names << QStringLiteral("%1%2").arg(resource.name, resource.gateway ? QStringLiteral(" (gateway)") : QString());
-                             say(QStringLiteral("10. Controllers known to %1: %2 (%3).")
+                             say(QStringLiteral("15. Controllers known to %1: %2 (%3).")
                                      .arg(serverIp, names.join(QStringLiteral(", ")), outcome(status, reply.error)));
                          }),
              QStringLiteral("the controller list query"));
 
         facade.sendHeart(facade.getLocalIP(), QString(), -1);
-        step(awaitAnswer(facade, &VdiDesktopGrpcThread::recvHeartbeatResultVDT, [](HeartbeatReply reply, bool status) {
-                 say(QStringLiteral("11. Heartbeat sent; the next one follows in five minutes (%1).").arg(outcome(status, reply.error)));
+        tally.answered(awaitAnswer(facade, &VdiDesktopGrpcThread::recvHeartbeatResultVDT, [](HeartbeatReply reply, bool status) {
+                 say(QStringLiteral("16. Heartbeat sent; the next one follows in five minutes (%1).").arg(outcome(status, reply.error)));
              }),
              QStringLiteral("the heartbeat"));
 
         facade.stop();
-        say(QStringLiteral("12. Stopped: pending calls cancelled, the worker thread has ended."));
+        say(QStringLiteral("17. Stopped: pending calls cancelled, the worker thread has ended."));
     }
     simulator.stop();
-    return failures;
+    return tally.failures;
 }
 
 } // namespace

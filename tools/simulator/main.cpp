@@ -10,8 +10,10 @@
 // --until-stdin-closes, until its standard input closes).
 //
 // Besides the standing answers of its mode it plays a small deployment (deployment.h):
-// users who log in and get their desktop pools and, in gateway mode, an access gateway that
-// issues tokens and wants one on the controller's calls.
+// users who log in and get their desktop pools; desktops that start, stop, reboot, take
+// snapshots, get renamed and are handed out with their connection data; device registration
+// and status reports; and, in gateway mode, an access gateway that issues tokens and wants
+// one on the controller's calls.
 
 #include "deployment.h"
 #include "fakeserver.h"
@@ -124,8 +126,18 @@ int main(int argc, char* argv[])
         "demo-user / demo-password) and answers their desktop pools; in gateway mode,\n"
         "LoginGateway checks the gateway users (default gw-user / gw-password) and issues\n"
         "a token, which Login and the other controller calls (discovery and Heartbeat\n"
-        "aside) must carry in the \"gatewayaccesstoken\" metadata. A method a scenario\n"
-        "file answers is answered by the file alone."));
+        "aside) must carry in the \"gatewayaccesstoken\" metadata.\n"
+        "\n"
+        "The desktops the login lists keep a state: OperateForVm starts (op_type 1),\n"
+        "shuts down (2), reboots (3), disconnects (4) or powers off (5) one, 0 only asks;\n"
+        "the answer carries its host ip and, while it runs, its spice port. Snapshot\n"
+        "creates (1), deletes (2), reverts (3) or lists (4); ModifyVmName renames;\n"
+        "RecoverVm resets. ApplyForVm hands out a desktop of a pool with its connection\n"
+        "data; RegisterDevice, ReportSuccess, USBNotify, reportRedirectStatus,\n"
+        "ApplyForDeviceInfo and queryVmDetailInfo answer too. An unknown desktop gets an\n"
+        "error in the reply.\n"
+        "\n"
+        "A method a scenario file answers is answered by the file alone."));
     parser.addHelpOption();
     const QCommandLineOption modeOption(QStringLiteral("mode"),
         QStringLiteral("Default answers: controller (no gateway in use) or gateway."),
@@ -148,8 +160,12 @@ int main(int argc, char* argv[])
         QStringLiteral("Adds a gateway user, or sets one's password (repeatable; gateway mode). The"
                        " user gw-user, password gw-password, is always there."),
         QStringLiteral("NAME:PASSWORD"));
+    const QCommandLineOption applyOverrunsOption(QStringLiteral("apply-overruns"),
+        QStringLiteral("The first N ApplyForVm calls end with DEADLINE_EXCEEDED at once, as when the"
+                       " controller is slow to prepare a desktop (default 0)."),
+        QStringLiteral("N"), QStringLiteral("0"));
     parser.addOptions({modeOption, scenarioOption, certDirOption, commonNameOption, stdinOption, userOption,
-                       gatewayUserOption});
+                       gatewayUserOption, applyOverrunsOption});
     parser.process(app);
 
     const QString mode = parser.value(modeOption);
@@ -187,6 +203,14 @@ int main(int argc, char* argv[])
         }
         deployment.addGatewayUser(name, password);
     }
+    bool countRead = false;
+    const int applyOverruns = parser.value(applyOverrunsOption).toInt(&countRead);
+    if (!countRead || applyOverruns < 0) {
+        logLine(QStringLiteral("--apply-overruns wants a number from 0 up, not \"%1\"")
+                    .arg(parser.value(applyOverrunsOption)));
+        return 2;
+    }
+    deployment.setApplyOverruns(applyOverruns);
 
     std::unique_ptr<QTemporaryDir> temporaryDir;
     vdifake::FakeServer::Options options;
@@ -229,6 +253,8 @@ int main(int argc, char* argv[])
         logLine(QStringLiteral("controller users: %1").arg(describeUsers(deployment.users())));
         if (mode == QLatin1String("gateway"))
             logLine(QStringLiteral("gateway users: %1").arg(describeUsers(deployment.gatewayUsers())));
+        if (applyOverruns > 0)
+            logLine(QStringLiteral("the first %1 ApplyForVm call(s) end with DEADLINE_EXCEEDED").arg(applyOverruns));
         for (const auto& entry : fileScenario)
             logLine(QStringLiteral("%1 answered by the scenario file only").arg(QString::fromStdString(entry.first)));
 
