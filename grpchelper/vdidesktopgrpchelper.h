@@ -10,6 +10,9 @@
 #include <grpcpp/support/status.h>
 
 #include "vdigrpcrecords.h"
+#include "vdigrpcrecords_account.h"
+#include "vdigrpcrecords_applications.h"
+#include "vdigrpcrecords_help.h"
 #include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
 #include "vdigrpcrecords_operations.h"
@@ -85,6 +88,51 @@ public:
     static void RedirectStatusInfo2Grpc(const tagRedirectStatusInfoReust& info, client::RedirectStatusInfo& message);
     static void toRedirectStatusReq(const tagRedirectStatusReust& request, client::RedirectStatusReq& message);
     static void fromVoidResp(const common_message::VoidResp& message, tagVoidReply& reply);
+
+    // Passwords, client configuration and login options.
+    static void toCheckPasswordReq(const tagCheckPasswordRequest& request, client::CheckPasswordReq& message);
+    static void fromCheckPasswordResq(const client::CheckPasswordResp& message, tagCheckPasswordResp& reply);
+    static void toModifyPasswordReq(const tagModifyPasswordRequest& request, client::ModifyPasswordReq& message);
+    static void fromModifyPasswordResq(const client::ModifyPasswordResp& message, tagModifyPasswordReply& reply);
+    static void toClientReleasePasswordReq(const tagClientReleasePasswordRequest& request,
+                                           client::ClientReleasePasswordReq& message);
+    static void fromClientReleasePasswordResq(const client::ClientReleasePasswordResp& message,
+                                              tagClientReleasePasswordReply& reply);
+    static void toUpgradeReq(const tagUpgradeRequest& request, client::UpgradeReq& message);
+    static void fromUpgradeResq(const client::UpgradeResp& message, tagUpgradeReply& reply);
+    static void toNextCloudInfoReq(const tagNextCloudInfoReq& request, client::NextCloudInfoReq& message);
+    static void fromNextCloudInfoResp(const client::NextCloudInfoResp& message, tagNextCloudInfoResp& reply);
+    static void toIndividualConfigReq(const tagIndividualConfigReq& request, client::IndividualConfigReq& message);
+    static void fromIndividualConfigResp(const client::IndividualConfigResp& message, tagIndividualConfigResp& reply);
+    static void fromApplyForEmailResq(const client::ApplyForEmailResp& message, tagApplyForEmailReply& reply);
+    static void toLoginConfigReq(const QString& deviceUuid, client::LoginConfigReq& message);
+    static void fromLoginConfigResp(const client::LoginConfigResp& message, LoginConfigResp& reply);
+    static void toLoginCodeReq(const LoginCodeReq& request, client::CodeReq& message);
+    static void fromLoginCodeResp(const client::CodeResp& message, LoginCodeResp& reply);
+
+    // Application catalogues and share terminals.
+    static void toSaasAppListReq(const tagSaasListReq& request, client::ClientBaseInfo& message);
+    static void toSaasAppReq(const tagSaasAppReq& request, client::SaasAppReq& message);
+    static void toApplyRemoteAppReq(const tagRemoteAppApplyReq& request, client::RemoteAppInfoReq& message);
+    static void grpc2RemoteAppInfo(const client::RemoteAppInfo& message, tagRemoteAppInfo& app);
+    static void fromRemoteAppListResp(const client::RemoteAppListResp& message, tagRemoteAppListResp& reply);
+    static void fromRemoteAppApplyResp(const client::RemoteAppInfoResp& message, tagRemoteAppApplyResp& reply);
+    static void grpc2SaasAppInfo(const client::SaasAppInfo& message, tagSaasAppInfo& app);
+    static void fromSaasAppListResp(const client::SaasAppListResp& message, tagSaasAppListResp& reply);
+    static void fromSaasAppResp(const common_message::VoidResp& message, tagSaasAppResp& reply);
+    static void toShareTerminalInfoReq(const tagShareTerminalInfoRequest& request, client::ShareTerminalInfoReq& message);
+    static void fromShareTerminalInfoResp(const client::ShareTerminalInfoResp& message, tagShareTerminalInfoReply& reply);
+    static void toTransDesk2ShareTerminalReq(const tagTransDesk2ShareTerminalRequest& request,
+                                             client::TransDeskToShareTerminalReq& message);
+    static void fromeTransDesk2ShareTerminalResp(const common::ErrorData& message, tagTransDesk2ShareTerminalReply& reply);
+    static void toLoginOakdeskTerminalReq(const tagLoginOakdeskShareTerminalRequest& request,
+                                          client::LoginOakdeskOnShareTerminalReq& message);
+    static void fromLoginOakdeskTerminalReq(const common::ErrorData& message, tagLoginOakdeskShareTerminalReply& reply);
+
+    // One-key help. The worker builds its request by hand: toOneKeyHelpReq copies the record as
+    // it stands.
+    static void toOneKeyHelpReq(const tagOneKeyHelpInfoRequest& request, client::OnekeyHelpReq& message);
+    static void fromOneKeyHelpResq(const client::OnekeyHelpResp& message, tagOneKeyHelpInfoReply& reply);
 
     // A repeated wire field into a list, in the wire's order, one entry converter for all.
     template <class Repeated, class Entry, class Convert>

@@ -1,6 +1,7 @@
 // Conversions of the login and of desktops: pools, virtual machines and their policies.
 #include "vdidesktopgrpchelper.h"
 
+#include "vdiconversions.h"
 #include "vdilog.h"
 
 using H = VdiDesktopGrpcHelper;
@@ -41,7 +42,10 @@ void grpc2DesktopCore(const Desktop& message, tagVMInfo& vm)
     H::grpc2VMOperator(message.extend_op(), vm.vmOperator);
 }
 
-void grpc2ControlPolicy(const client::ControlPolicy& message, tagControlPolicy& policy)
+} // namespace
+
+void vdiconvert::grpc2ControlPolicy(const client::ControlPolicy& message, tagControlPolicy& policy,
+                                    ReconnectionTime reconnection)
 {
     const client::SharePolicy& share = message.share_policy();
     policy.drivers = share.drivers();
@@ -98,11 +102,11 @@ void grpc2ControlPolicy(const client::ControlPolicy& message, tagControlPolicy& 
 
     policy.videoEncode = message.video_policy().videoencode();
     policy.spiceTls = message.video_policy().spicetls();
-    policy.reconnectionNetworkTime = message.reconnection_network_time();
+    if (reconnection == ReconnectionTime::Read)
+        policy.reconnectionNetworkTime = message.reconnection_network_time();
     policy.parallelEnable = message.parallel_policy().enable();
 }
 
-} // namespace
 
 void VdiDesktopGrpcHelper::toLoginReq(const tagLoginRequest& request, client::LoginReq& message)
 {
@@ -210,7 +214,7 @@ void VdiDesktopGrpcHelper::grpc2VMInfo(const client::VmInfo& message, tagVMInfo&
     // Every member of the policy is read from the wire: an absent group gives zeros and empty
     // texts, not the record's defaults.
     tagControlPolicy policy;
-    grpc2ControlPolicy(message.control_policy(), policy);
+    vdiconvert::grpc2ControlPolicy(message.control_policy(), policy, vdiconvert::ReconnectionTime::Read);
     vm.controlPolicy = policy;
 }
 

@@ -88,6 +88,57 @@ VdiDesktopGrpcThread::VdiDesktopGrpcThread(QObject* parent)
     connect(m_worker, &W::reportStatusOfVMResult, this, &T::reportStatusOfVMResult);
     connect(m_worker, &W::usbNotifyResult, this, &T::usbNotifyResult);
 
+    // Passwords and client configuration. The individual configuration is connected twice on
+    // purpose: the application gets every reply two times.
+    connect(this, &T::myCheckUpgrade, m_worker, &W::checkUpgrade);
+    connect(this, &T::myModifyPassword, m_worker, &W::modifyPassword);
+    connect(this, &T::myCheckPassword, m_worker, &W::checkPassword);
+    connect(this, &T::myApplyForEmail, m_worker, &W::applyForEmail);
+    connect(this, &T::myRequestTerminalAuthorityPassword, m_worker, &W::requestTerminalAuthorityPassword);
+    connect(this, &T::myQueryNextCloudInfo, m_worker, &W::queryNextCloudInfo);
+    connect(this, &T::signalQueryIndividualConfigForGrpcThread, m_worker, &W::slotQueryIndividualConfigForGrpcWorker);
+    connect(m_worker, &W::checkUpgradeResult, this, &T::checkUpgradeResult);
+    connect(m_worker, &W::modifyPasswordResult, this, &T::modifyPasswordResult);
+    connect(m_worker, &W::checkPasswordResult, this, &T::checkPasswordResult);
+    connect(m_worker, &W::requestTerminalAuthorityPasswordResult, this, &T::requestTerminalAuthorityPasswordResult);
+    connect(m_worker, &W::applyForEmailResult, this, &T::applyForEmailResult);
+    connect(m_worker, &W::queryNextCloudInfoResult, this, &T::queryNextCloudInfoResult);
+    for (int twice = 0; twice < 2; ++twice)
+        connect(m_worker, &W::queryIndividualConfigInfoResultForGrpcWorker, this,
+                &T::queryIndividualConfigInfoResultForGrpcThread);
+
+    // Login options.
+    connect(this, &T::quantumConfigReq, m_worker, &W::quantumConfigReq);
+    connect(this, &T::userQuantumBindReq, m_worker, &W::userQuantumBindReq);
+    connect(this, &T::signalQueryLoginConfig, m_worker, &W::handleQueryLoginConfig);
+    connect(this, &T::signalRequestLoginCode, m_worker, &W::handleRequestLoginCode);
+    connect(this, &T::signalCheckAndSaveLdapPasswd, m_worker, &W::handleCheckAndSaveLdapPasswd);
+    connect(m_worker, &W::onUserQuantumBindResp, this, &T::onUserQuantumBindResp);
+    connect(m_worker, &W::onQuantumConfigResp, this, &T::onQuantumConfigResp);
+    connect(m_worker, &W::queryLoginConfigResult, this, &T::signalQueryLoginConfigResult);
+    connect(m_worker, &W::queryLoginCodeResult, this, &T::signalQueryLoginCodeResult);
+    connect(m_worker, &W::checkAndSaveLdapPasswdResult, this, &T::onCheckAndSaveLdapPasswdResult);
+
+    // Application catalogues and share terminals.
+    connect(this, &T::signalGrpcThreadApplyRemoteApp, m_worker, &W::slotGrpcWorkerApplyRemoteApp);
+    connect(this, &T::signalGrpcThreadGetRemoteAppList, m_worker, &W::slotGrpcWorkerGetRemoteAppList);
+    connect(this, &T::signalGrpcThreadGetSaasAppList, m_worker, &W::slotGrpcWorkerGetSaasAppList);
+    connect(this, &T::signalGrpcThreadQuerySaasApp, m_worker, &W::slotGrpcWorkerQuerySaasApp);
+    connect(this, &T::queryShareTerminalInfo, m_worker, &W::queryShareTerminalInfo);
+    connect(this, &T::transferDesktop2ShareTerminal, m_worker, &W::transferDesktop2ShareTerminal);
+    connect(this, &T::loginOakdeskHsareTerminal, m_worker, &W::loginOakdeskHsareTerminal);
+    connect(m_worker, &W::signalGrpcWorkerApplyRemoteAppResult, this, &T::signalGrpcThreadApplyRemoteAppResult);
+    connect(m_worker, &W::signalGrpcWorkerGetRemoteAppListResult, this, &T::signalGrpcThreadGetRemoteAppListResult);
+    connect(m_worker, &W::signalGrpcWorkerGetSaasAppListResult, this, &T::signalGrpcThreadGetSaasAppListResult);
+    connect(m_worker, &W::signalGrpcWorkerSaasAppPermissionResult, this, &T::signalGrpcThreadSaasAppResult);
+    connect(m_worker, &W::queryShareTerminalInfoResult, this, &T::queryShareTerminalInfoResult);
+    connect(m_worker, &W::transferDesktop2ShareTerminalResult, this, &T::transferDesktop2ShareTerminalResult);
+    connect(m_worker, &W::loginOakdeskShareTerminalResult, this, &T::loginOakdeskShareTerminalResult);
+
+    // One-key help.
+    connect(this, &T::mySendUserAskHelpInfo, m_worker, &W::sendUserAskHelpInfo);
+    connect(m_worker, &W::sendUserAskHelpInfoResult, this, &T::SendUserAskHelpInfoResult);
+
     m_thread.start(QThread::InheritPriority);
     VDI_INFO << "vdi desktop grpc thread start!!!";
 }
@@ -105,21 +156,39 @@ void VdiDesktopGrpcThread::registerMetaTypes()
 {
     qRegisterMetaType<tagLoginRequest>("LoginRequest");
     qRegisterMetaType<tagLoginRequest>("RefreshRequest");
+    qRegisterMetaType<tagUpgradeRequest>("UpgradeRequest");
     qRegisterMetaType<tagSnapshotRequest>("SnapshotRequest");
     qRegisterMetaType<tagUSBNotifyRequest>("USBNotifyRequest");
     qRegisterMetaType<tagHeartbeatRequest>("HeartbeatRequest");
     qRegisterMetaType<tagApplyForVMRequest>("ApplyForVMRequest");
+    qRegisterMetaType<tagApplyForEmailReply>("ApplyForEmailReply");
     qRegisterMetaType<tagModifyVMNameRequest>("ModifyVMNameRequest");
     qRegisterMetaType<tagOperateForVMRequest>("OperateForVMRequest");
     qRegisterMetaType<tagReportSuccessRequest>("ReportSuccessRequest");
+    qRegisterMetaType<tagModifyPasswordRequest>("ModifyPasswordRequest");
     qRegisterMetaType<tagRegisterDeviceRequest>("RegisterDeviceRequest");
     qRegisterMetaType<tagApplyForDeviceInfoRequest>("ApplyForDeviceInfoRequest");
+    qRegisterMetaType<tagClientReleasePasswordRequest>("ClientReleasePasswordRequest");
     qRegisterMetaType<tagDeviceConfigInfoReq>("DeviceConfigInfoReq");
+    qRegisterMetaType<tagNextCloudInfoReq>("NextCloudInfoReq");
     qRegisterMetaType<tagGatewayInfoResp>("GatewayInfoResp");
     qRegisterMetaType<tagQueryVmInfoReq>("QueryVmInfoReq");
+    qRegisterMetaType<tagShareTerminalInfoRequest>("ShareTerminalInfoRequest");
+    qRegisterMetaType<tagTransDesk2ShareTerminalRequest>("tagTransDesk2ShareTerminalRequest");
+    qRegisterMetaType<tagLoginOakdeskShareTerminalRequest>("tagLoginOakdeskShareTerminalRequest");
+    qRegisterMetaType<tagModifyPasswordReply>("ModifyPasswordReply");
+    qRegisterMetaType<tagCheckPasswordRequest>("CheckPasswordRequest");
+    qRegisterMetaType<tagCheckPasswordResp>("CheckPasswordReply");
     qRegisterMetaType<tagModifyVMNameReply>("ModifyVMNameReply");
     qRegisterMetaType<tagDeviceConfigInfoResp>("DeviceConfigInfoResp");
     qRegisterMetaType<tagServerTypeInfoResp>("ServerTypeInfoResp");
+    qRegisterMetaType<tagNextCloudInfoResp>("NextCloudInfoResp");
+    qRegisterMetaType<tagShareTerminalInfoReply>("ShareTerminalInfoReply");
+    qRegisterMetaType<tagTransDesk2ShareTerminalReply>("TransDesk2ShareTerminalReply");
+    qRegisterMetaType<tagLoginOakdeskShareTerminalReply>("LoginOakdeskShareTerminalReply");
+    qRegisterMetaType<tagClientReleasePasswordReply>("ClientReleasePasswordReply");
+    qRegisterMetaType<tagOneKeyHelpInfoRequest>("OneKeyHelpInfoRequest");
+    qRegisterMetaType<tagOneKeyHelpInfoReply>("OneKeyHelpInfoReply");
     qRegisterMetaType<tagRedirectStatusReust>("RedirectStatusReust");
     qRegisterMetaType<tagRedirectStatusInfoReust>("RedirectStatusInfoReust");
     qRegisterMetaType<tagVoidReply>("VoidReply");
@@ -127,19 +196,36 @@ void VdiDesktopGrpcThread::registerMetaTypes()
     qRegisterMetaType<tagQueryVmInfoResp>("QueryVmInfoResp");
     qRegisterMetaType<tagQueryControllerTypeResp>("QueryControllerTypeResp");
     qRegisterMetaType<tagQureyControllerListResp>("QureyControllerListResp");
+    qRegisterMetaType<tagIndividualConfigReq>("IndividualConfigReq");
+    qRegisterMetaType<tagIndividualConfigResp>("IndividualConfigResp");
     qRegisterMetaType<tagVmControllerIpResp>("VmControllerIpResp");
+    qRegisterMetaType<LoginConfigResp>("LoginConfigResp");
+    qRegisterMetaType<LoginCodeReq>("LoginCodeReq");
+    qRegisterMetaType<LoginCodeResp>("LoginCodeResp");
 
     // Reply aliases of result signals that an application would otherwise have to register.
     qRegisterMetaType<tagApplyForDeviceInfoReply>("ApplyForDeviceInfoReply");
     qRegisterMetaType<tagApplyForVMReply>("ApplyForVMReply");
     qRegisterMetaType<tagHeartbeatReply>("HeartbeatReply");
     qRegisterMetaType<tagLoginReply>("LoginReply");
+    qRegisterMetaType<tagLoginOakdeskShareTerminalRequest>("LoginOakdeskShareTerminalRequest");
     qRegisterMetaType<tagOperateForVMReply>("OperateForVMReply");
+    qRegisterMetaType<QuantumConfigReply>("QuantumConfigReply");
     qRegisterMetaType<tagRecoverVMReply>("RecoverVMReply");
     qRegisterMetaType<tagRegisterDeviceReply>("RegisterDeviceReply");
+    qRegisterMetaType<tagRemoteAppApplyReq>("RemoteAppApplyReq");
+    qRegisterMetaType<tagRemoteAppApplyResp>("RemoteAppApplyResp");
+    qRegisterMetaType<tagRemoteAppListResp>("RemoteAppListResp");
     qRegisterMetaType<tagReportSuccessReply>("ReportSuccessReply");
+    qRegisterMetaType<tagSaasAppListResp>("SaasAppListResp");
+    qRegisterMetaType<tagSaasAppReq>("SaasAppReq");
+    qRegisterMetaType<tagSaasAppResp>("SaasAppResp");
+    qRegisterMetaType<tagSaasListReq>("SaasListReq");
     qRegisterMetaType<tagSnapshotReply>("SnapshotReply");
+    qRegisterMetaType<tagTransDesk2ShareTerminalRequest>("TransDesk2ShareTerminalRequest");
     qRegisterMetaType<tagUSBNotifyReply>("USBNotifyReply");
+    qRegisterMetaType<tagUpgradeReply>("UpgradeReply");
+    qRegisterMetaType<UserQuantumBindReply>("UserQuantumBindReply");
 }
 
 void VdiDesktopGrpcThread::initBaseInfoParameter(const tagBaseInfo& info)

@@ -11,8 +11,11 @@
 #include <QThread>
 
 #include "vdigrpcrecords.h"
+#include "vdigrpcrecords_account.h"
+#include "vdigrpcrecords_applications.h"
 #include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
+#include "vdigrpcrecords_help.h"
 #include "vdigrpcrecords_operations.h"
 
 class VdiDesktopGrpcWorker;
@@ -116,6 +119,54 @@ public:
                    const QString& readOnly);
     void reportRedirectStatus(const QString& vmUuid, QList<tagRedirectStatusInfoReust> redirectList);
 
+    // Passwords and client configuration, answered by the result signal of the same name
+    // (queryIndividualConfigInfoResultForGrpcThread for the individual configuration, which
+    // arrives twice). checkPassword keeps name and password in the cached identity; with webSso
+    // it sends nothing and no answer comes. modifyPassword leaves the cache alone.
+    // requestTerminalAuthorityPassword waits 10 s at most. checkUpgrade gets no answer in a
+    // gateway deployment. A serverIp of "127.0.0.1" in queryNextCloudInfoResult arrives as the
+    // address this client connected to.
+    void checkUpgrade(const QString& clientVersion);
+    void modifyPassword(const QString& name, const QString& password, const QString& passwordNew);
+    void checkPassword(const QString& name, const QString& password, bool webSso);
+    void requestTerminalAuthorityPassword(const VdiGrpc::tagClientType& clientType);
+    void queryNextCloudInfo(long long userId);
+    void queryIndividualConfigForVdidesktopGrpcThread();
+    void applyForEmail();
+
+    // Login options. queryLoginConfig asks with the cached MAC, answered by
+    // signalQueryLoginConfigResult. requestLoginCode leaves clientType, authType and
+    // refreshFlag "0" in the cache, answered by signalQueryLoginCodeResult.
+    // checkAndSaveLdapPasswd keeps name, password and authType "3" in the cache and asks the
+    // server with the domain given; signalCheckAndSaveLdapPasswdResult answers, and on success
+    // the facade logs in at once (loginResult), with the cached domain. The quantum requests
+    // are signals that the application emits itself: quantumConfigReq gets no answer.
+    void queryLoginConfig();
+    void requestLoginCode(const QString& codeSource, const QString& codeType, const QString& username);
+    void checkAndSaveLdapPasswd(const QString& name, const QString& password, const QString& domain);
+
+    // Application catalogues, answered by signalGrpcThreadGetRemoteAppListResult,
+    // signalGrpcThreadApplyRemoteAppResult, signalGrpcThreadGetSaasAppListResult and
+    // signalGrpcThreadSaasAppResult (whose flag is the permission). grpcThreadApplyForRemoteApp
+    // asks with the cached domain, and with the cached user name unless that is empty.
+    // grpcThreadApplyForRemoteApp is dropped without an answer before initConnection.
+    // Share terminals have no method: the application emits queryShareTerminalInfo,
+    // transferDesktop2ShareTerminal and loginOakdeskHsareTerminal with records of its own.
+    void grpcThreadGetRemoteAppList();
+    void grpcThreadApplyForRemoteApp(QString displayName, const QString& userName);
+    void grpcThreadGetSaasAppList();
+    void grpcThreadQuerySaasApp(tagSaasAppInfo app);
+
+    // One-key help: reports the user's problem, answered once by SendUserAskHelpInfoResult,
+    // whose flag says whether the server took the report. getLog 1 or 3 asks for logs, a
+    // non-empty screenShotUrl says that screenshots exist; ip lists the terminal's addresses,
+    // joined by ";". Nothing is taken from the cached identity. Behind an access gateway the
+    // worker then packages the login user's screenshots and logs and uploads them before it
+    // answers: the worker is busy for as long as that takes, with no deadline (stop() cancels).
+    void sendUserAskInfo(const QString& userMac, const QString& realName, const QString& phoneNumber,
+                         const QString& email, const QString& problemType, const QString& problemDesc,
+                         const int& getLog, const QString& screenShotUrl, const QString& ip, const QString& vmIp);
+
     // Cancels the call in flight, cuts every connection of the facade and ends the worker's
     // thread, waiting one second at most. Call it once, before destruction.
     void stop();
@@ -151,8 +202,30 @@ signals:
     void myReportStatusOfVM(ReportSuccessRequest reportSuccessRequest);
     void myUsbNotify(USBNotifyRequest usbNotifyRequest);
     void myReportRedirectStatus(RedirectStatusReust redirectStatusReust);
+    void myCheckUpgrade(UpgradeRequest upgradeRequest);
+    void myModifyPassword(ModifyPasswordRequest modifyPasswordRequest);
+    void myCheckPassword(CheckPasswordRequest checkPasswordRequest);
+    void myApplyForEmail();
+    void myRequestTerminalAuthorityPassword(ClientReleasePasswordRequest clientReleasePasswordRequest);
+    void myQueryNextCloudInfo(NextCloudInfoReq req);
+    void signalQueryIndividualConfigForGrpcThread(IndividualConfigReq individualConfigReq);
+    void signalQueryLoginConfig(const QString& uuid);
+    void signalRequestLoginCode(const LoginCodeReq& req);
+    void signalCheckAndSaveLdapPasswd(const tagCheckPasswordRequest& req);
     // Emitted by the application, in answer to inputGatewayAuthInfo.
     void loginGateway(QString userName, QString password);
+    // Emitted by the application; the first is never answered.
+    void quantumConfigReq(QString username);
+    void userQuantumBindReq(QString username, QString userId, QString spmId);
+    void signalGrpcThreadGetRemoteAppList(LoginRequest loginRequest);
+    void signalGrpcThreadApplyRemoteApp(RemoteAppApplyReq applyReq);
+    void signalGrpcThreadGetSaasAppList(SaasListReq req);
+    void signalGrpcThreadQuerySaasApp(SaasAppReq req);
+    // Emitted by the application with records of its own.
+    void queryShareTerminalInfo(ShareTerminalInfoRequest shareTerminalInfoRequest);
+    void transferDesktop2ShareTerminal(TransDesk2ShareTerminalRequest transDesk2ShareTerminalRequest);
+    void loginOakdeskHsareTerminal(LoginOakdeskShareTerminalRequest loginOakdeskShareTerminalRequest);
+    void mySendUserAskHelpInfo(OneKeyHelpInfoRequest oneKeyHelpInfoRequest);
 
     // Results, on the facade's thread.
     void deviceNetworkInfo(QString activeDeviceIP, QString activeDeviceMAC, bool status);
@@ -178,10 +251,34 @@ signals:
     void registerDeviceResult(RegisterDeviceReply reply, bool status);
     void reportStatusOfVMResult(ReportSuccessReply reply, bool status);
     void usbNotifyResult(USBNotifyReply reply, bool status);
+    void checkUpgradeResult(UpgradeReply reply, bool status);
+    void modifyPasswordResult(ModifyPasswordReply reply, bool status);
+    void checkPasswordResult(CheckPasswordReply reply, bool status);
+    void requestTerminalAuthorityPasswordResult(ClientReleasePasswordReply reply, bool status);
+    void applyForEmailResult(ApplyForEmailReply reply, bool status);
+    void queryNextCloudInfoResult(NextCloudInfoResp reply, bool status);
+    void queryIndividualConfigInfoResultForGrpcThread(IndividualConfigResp reply, bool status);
+    void signalQueryLoginConfigResult(const LoginConfigResp& resp, bool status);
+    void signalQueryLoginCodeResult(const LoginCodeResp& resp, bool status);
+    void signalCheckAndSaveLdapPasswdResult(const tagCheckPasswordResp& resp, bool status);
+    void onQuantumConfigResp(bool ack, const QuantumConfigReply& reply);
+    void onUserQuantumBindResp(bool ack, const UserQuantumBindReply& reply);
+    void signalGrpcThreadGetRemoteAppListResult(RemoteAppListResp remoteAppListResp, bool status);
+    void signalGrpcThreadApplyRemoteAppResult(RemoteAppApplyResp remoteAppApplyResp, bool bRet);
+    void signalGrpcThreadGetSaasAppListResult(SaasAppListResp saasAppListResp, bool status);
+    void signalGrpcThreadSaasAppResult(SaasAppResp resp, bool status);
+    void queryShareTerminalInfoResult(ShareTerminalInfoReply reply, bool status);
+    void transferDesktop2ShareTerminalResult(TransDesk2ShareTerminalReply reply, bool status);
+    void loginOakdeskShareTerminalResult(LoginOakdeskShareTerminalReply reply, bool status);
+    void SendUserAskHelpInfoResult(OneKeyHelpInfoReply reply, bool status);
 
     // For the application; no code of the library emits the second.
     void getSessionInfo();
     void saveCurrentVmUuidVDT(QString uuid);
+
+public slots:
+    // The answer to checkAndSaveLdapPasswd: passed on, and on success followed by a login.
+    void onCheckAndSaveLdapPasswdResult(const CheckPasswordReply& resp, bool ok);
 
 private:
     void doLogin();

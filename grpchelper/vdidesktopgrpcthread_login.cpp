@@ -73,6 +73,19 @@ void VdiDesktopGrpcThread::login(const VdiGrpc::LoginType& type, const QString& 
     doLogin();
 }
 
+// The LDAP password check of checkAndSaveLdapPasswd: its answer goes to the application first;
+// a success is followed by the LDAP login with the cached name, password and domain.
+void VdiDesktopGrpcThread::onCheckAndSaveLdapPasswdResult(const CheckPasswordReply& resp, bool ok)
+{
+    emit signalCheckAndSaveLdapPasswdResult(resp, ok);
+    if (!ok)
+        return;
+    m_baseInfo.authType = QString::number(VdiGrpc::LoginByLdap, 10);
+    m_baseInfo.refreshFlag = QStringLiteral("0");
+    resetDesktop(m_baseInfo);
+    doLogin();
+}
+
 void VdiDesktopGrpcThread::doLogin()
 {
     if (m_baseInfo.deviceId.isEmpty() || m_baseInfo.ip.isEmpty()) {

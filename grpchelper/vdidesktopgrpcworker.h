@@ -16,6 +16,9 @@
 #include <grpcpp/grpcpp.h>
 
 #include "vdigrpcrecords.h"
+#include "vdigrpcrecords_account.h"
+#include "vdigrpcrecords_applications.h"
+#include "vdigrpcrecords_help.h"
 #include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
 #include "vdigrpcrecords_operations.h"
@@ -103,6 +106,37 @@ signals:
     void usbNotifyResult(USBNotifyReply reply, bool status);
     void reportRedirectStatusResult(VoidReply reply, bool status);
 
+    // Passwords and client configuration. The facade passes the individual configuration on
+    // twice.
+    void checkPasswordResult(CheckPasswordReply reply, bool status);
+    void modifyPasswordResult(ModifyPasswordReply reply, bool status);
+    void requestTerminalAuthorityPasswordResult(ClientReleasePasswordReply reply, bool status);
+    void checkUpgradeResult(UpgradeReply reply, bool status);
+    void queryNextCloudInfoResult(NextCloudInfoResp reply, bool status);
+    void queryIndividualConfigInfoResultForGrpcWorker(IndividualConfigResp reply, bool status);
+    void applyForEmailResult(ApplyForEmailReply reply, bool status);
+
+    // Login options. Nothing emits onQuantumConfigResp: this client has no quantum feature.
+    void queryLoginConfigResult(LoginConfigResp resp, bool status);
+    void queryLoginCodeResult(LoginCodeResp resp, bool status);
+    void checkAndSaveLdapPasswdResult(CheckPasswordReply reply, bool status);
+    void onQuantumConfigResp(bool ack, QuantumConfigReply reply);
+    void onUserQuantumBindResp(bool ack, UserQuantumBindReply reply);
+
+    // Application catalogues; the SaaS answer's flag is the permission.
+    void signalGrpcWorkerGetRemoteAppListResult(RemoteAppListResp remoteAppListResp, bool status);
+    void signalGrpcWorkerApplyRemoteAppResult(RemoteAppApplyResp remoteAppApplyResp, bool bRet);
+    void signalGrpcWorkerGetSaasAppListResult(SaasAppListResp saasAppListResp, bool status);
+    void signalGrpcWorkerSaasAppPermissionResult(SaasAppResp resp, bool status);
+
+    // Share terminals.
+    void queryShareTerminalInfoResult(ShareTerminalInfoReply reply, bool status);
+    void transferDesktop2ShareTerminalResult(TransDesk2ShareTerminalReply reply, bool status);
+    void loginOakdeskShareTerminalResult(LoginOakdeskShareTerminalReply reply, bool status);
+
+    // One-key help: once per request, after every upload.
+    void sendUserAskHelpInfoResult(OneKeyHelpInfoReply reply, bool status);
+
 public slots:
     void initConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish);
     void initGateway();
@@ -146,6 +180,46 @@ public slots:
     void usbNotify(const tagUSBNotifyRequest& request);
     void reportRedirectStatus(const tagRedirectStatusReust& request);
 
+    // Passwords and client configuration.
+    void checkPassword(const tagCheckPasswordRequest& request);
+    void modifyPassword(const tagModifyPasswordRequest& request);
+    void requestTerminalAuthorityPassword(const tagClientReleasePasswordRequest& request);
+    void checkUpgrade(const tagUpgradeRequest& request);
+    void queryNextCloudInfo(const tagNextCloudInfoReq& request);
+    void slotQueryIndividualConfigForGrpcWorker(tagIndividualConfigReq request);
+    void applyForEmail();
+
+    // Login options.
+    void handleQueryLoginConfig(const QString& uuid);
+    void handleRequestLoginCode(const LoginCodeReq& request);
+    void handleCheckAndSaveLdapPasswd(const tagCheckPasswordRequest& request);
+    void quantumConfigReq(const QString& userName);
+    void userQuantumBindReq(const QString& userName, const QString& userId, const QString& spmId);
+
+    // Application catalogues.
+    void slotGrpcWorkerGetRemoteAppList(tagLoginRequest request);
+    void slotGrpcWorkerApplyRemoteApp(tagRemoteAppApplyReq request);
+    void slotGrpcWorkerGetSaasAppList(const tagSaasListReq& request);
+    void slotGrpcWorkerQuerySaasApp(const tagSaasAppReq& request);
+
+    // Share terminals.
+    void queryShareTerminalInfo(const tagShareTerminalInfoRequest& request);
+    void transferDesktop2ShareTerminal(const tagTransDesk2ShareTerminalRequest& request);
+    void loginOakdeskHsareTerminal(const tagLoginOakdeskShareTerminalRequest& request);
+
+    // One-key help: the report, and in a gateway deployment the upload of screenshots and logs.
+    // Blocks the worker until every upload is over.
+    void sendUserAskHelpInfo(const tagOneKeyHelpInfoRequest& request);
+
+public:
+    // Diagnostics packaging for the help upload, in the Downloads folder of the terminal's
+    // login user (m_currentActiveUser). The packaging functions turn the bare zip name into
+    // its absolute path.
+    void setCurrentActiveUser(QString& user);
+    bool compressAndPackageImage(QString& fileName);
+    bool compressAndPackageLogs(QString& fileName);
+    QString getOakdeskExternalVersion();
+
 protected:
     void timerEvent(QTimerEvent* event) override;
 
@@ -178,6 +252,18 @@ private:
     void logReply(const RpcShape& shape, const Reply& reply);
     template <class Reply, class Record>
     bool serverTimeoutInReach(const RpcResult<Reply, Record>& call);
+    struct HelpPackage;
+    static const HelpPackage& imageHelpPackage();
+    static const HelpPackage& logHelpPackage();
+    // The address of the help report: the first of the list, or in a direct deployment the
+    // first from which the server answers (else the last). Presets the error text when the
+    // list is empty.
+    QString chooseHelpAddress(const QString& addresses, tagErrorData& error);
+    bool reachesServerFrom(const QString& address);
+    void uploadHelpPackage(const HelpPackage& kind, qint64 taskId);
+    void handDownloadsToUser();
+    QString userPath(const char* pattern) const;
+
     // The overrun rule of the desktop assignment; true when the handler answers true now.
     bool answerApplyOverrun(const char* function, const char* line, const QString& vmUuid);
 

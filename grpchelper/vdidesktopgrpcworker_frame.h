@@ -42,6 +42,7 @@ enum class NullStub : int {
     Answer,  // fabricate NOT_FOUND (which rebuilds the channels) and answer false
     Silent,  // fabricate NOT_FOUND, but answer nothing
     Ignore,  // log and return
+    Bare,    // answer false with the record as constructed: no error record, no rebuild
 };
 
 // How a handler's run through the frame ended.
@@ -234,6 +235,13 @@ inline gpr_timespec timespan(int64_t seconds, int32_t nanoseconds)
     return span;
 }
 
+// The request message filled from a record by one of the helper's to... conversions.
+template <class Record, class Message>
+auto filledBy(void (*to)(const Record&, Message&), const Record& record)
+{
+    return [to, &record](Message& message) { to(record, message); };
+}
+
 // For handlers that answer with no record of their own.
 struct NoRecord {
     tagErrorData error;
@@ -270,11 +278,13 @@ CallOutcome VdiDesktopGrpcWorker::enterHandler(const RpcShape& shape, bool hasSt
     out.status = grpc::Status(grpc::StatusCode::NOT_FOUND, std::string());
     if (shape.nullStub == NullStub::Ignore)
         return out.outcome = CallOutcome::NullStubIgnored;
-    // Not a transport error, but it takes the same way as one, rebuild included.
-    statusCodeToErrorData(out.status, out.record.error);
     out.flag = false;
-    if (shape.nullStub == NullStub::Silent)
-        return out.outcome = CallOutcome::NullStubSilent;
+    if (shape.nullStub != NullStub::Bare) {
+        // Not a transport error, but it takes the same way as one, rebuild included.
+        statusCodeToErrorData(out.status, out.record.error);
+        if (shape.nullStub == NullStub::Silent)
+            return out.outcome = CallOutcome::NullStubSilent;
+    }
     if (hooks.copy)
         hooks.copy(out.record);
     return out.outcome = CallOutcome::NullStubAnswered;

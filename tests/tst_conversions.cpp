@@ -1,5 +1,6 @@
 // Error words, identity conversions and the conversions of the desktop and device operations.
 #include "testsupport.h"
+#include "wirefields.h"
 
 #include <algorithm>
 #include <functional>
@@ -15,33 +16,7 @@ namespace {
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 
-// The single value at a path of the message ("client_info.password"), as text, numbers in
-// decimal; a path that leads to no such field reads as a text that no member holds.
-QString wireText(const Message& message, const QString& path)
-{
-    const Message* current = &message;
-    const QStringList names = path.split(QLatin1Char('.'));
-    for (int i = 0; i < names.size(); ++i) {
-        const FieldDescriptor* field = current->GetDescriptor()->FindFieldByName(names[i].toStdString());
-        if (!field || field->is_repeated())
-            break;
-        const google::protobuf::Reflection* reflection = current->GetReflection();
-        if (field->cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE) {
-            current = &reflection->GetMessage(*current, field);
-            continue;
-        }
-        if (i + 1 < names.size())
-            break;
-        if (field->cpp_type() == FieldDescriptor::CPPTYPE_INT32)
-            return QString::number(reflection->GetInt32(*current, field));
-        if (field->cpp_type() == FieldDescriptor::CPPTYPE_INT64)
-            return QString::number(reflection->GetInt64(*current, field));
-        if (field->cpp_type() == FieldDescriptor::CPPTYPE_STRING)
-            return QString::fromStdString(reflection->GetString(*current, field));
-        break;
-    }
-    return QStringLiteral("<no field %1>").arg(path);
-}
+using vditest::wireText;
 
 // The paths of the fields that the message holds, sub-messages followed; a repeated field
 // counts once, by its own name.

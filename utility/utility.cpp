@@ -13,6 +13,7 @@
 #include <QUuid>
 
 #include "vdilog.h"
+#include "vdishell.h"
 
 namespace {
 const int kConnectTimeoutMs = 2000;
@@ -23,17 +24,6 @@ const char* const kPineletVersionCommand =
     "sudo dpkg --admindir=/userdata/var/lib/dpkg -s pinelet | grep Description | awk '{print $2}'";
 const char* const kRestartCommand = "sudo shutdown -r now";
 const char* const kShutdownCommand = "sudo shutdown -h now";
-
-// Standard output of `sh -c command`, trimmed, up to its first NUL byte. A command that fails,
-// hangs past the limit or prints nothing gives empty text.
-QString shellOutput(const QString& command)
-{
-    QProcess process;
-    process.start(QStringLiteral("sh"), QStringList{QStringLiteral("-c"), command}, QIODevice::ReadWrite);
-    process.waitForFinished(kShellTimeoutMs);
-    const QByteArray output = process.readAllStandardOutput().trimmed();
-    return output.isNull() ? QString() : QString::fromUtf8(output.constData());
-}
 
 // Runs a command line and waits for it; its outcome is of no interest.
 void execute(const QString& commandLine)
@@ -164,7 +154,7 @@ bool Utility::chooseDeviceCandidate(const QList<tagLocalNetworkInfo>& candidates
 
 QString Utility::getCpuArch()
 {
-    const QString output = shellOutput(QLatin1String(kArchCommand));
+    const QString output = vdishell::output(QLatin1String(kArchCommand), kShellTimeoutMs);
     if (output.contains(QLatin1String("arm"), Qt::CaseInsensitive))
         return QStringLiteral("armhf");
     return QStringLiteral("arm64");
@@ -182,7 +172,7 @@ bool Utility::isMips()
 
 QString Utility::getPineletVersionForLinux()
 {
-    return shellOutput(QLatin1String(kPineletVersionCommand));
+    return vdishell::output(QLatin1String(kPineletVersionCommand), kShellTimeoutMs);
 }
 
 QString Utility::getPineletCurrentVersion()

@@ -1,0 +1,725 @@
+// Passwords, client configuration and login options: what the facade sends, the LDAP road to a
+// login, the calls with rules of their own, and the reply conversions.
+#include "testsupport.h"
+#include "wirefields.h"
+
+#include <functional>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QSysInfo>
+
+namespace {
+using H = VdiDesktopGrpcHelper;
+
+const std::string kUpgrade = "/client.ClientCore/Upgrade";
+const std::string kModifyPassword = "/client.ClientCore/ModifyPassword";
+const std::string kCheckPassword = "/client.ClientCore/CheckPassword";
+const std::string kLdap = "/client.ClientCore/CheckAndSaveLdapPassword";
+const std::string kLogin = "/client.ClientCore/Login";
+const std::string kReleasePassword = "/client.ClientCore/ClientReleasePassword";
+const std::string kNextCloud = "/client.ClientCore/queryNextCloudInfo";
+const std::string kIndividual = "/client.ClientCore/queryIndividualConfig";
+const std::string kLoginConfig = "/client.ClientCore/getLoginConfig";
+const std::string kCode = "/client.ClientCore/getCode";
+const std::string kBind = "/client.ClientCore/confirmQuantumBind";
+const QString kRestart = QStringLiteral("checked grpc server was unavailable, restart now!");
+
+template <class Reply>
+vdifake::Script replyWithCode(int code, const std::function<void(Reply&)>& fill = {})
+{
+    Reply reply;
+    reply.mutable_error()->set_error_code(code);
+    if (fill)
+        fill(reply);
+    vdifake::Script script;
+    script.replyBytes = reply.SerializeAsString();
+    return script;
+}
+
+template <class Request>
+Request lastRequest(const vditest::TestServer& server, const std::string& method)
+{
+    const std::vector<vdifake::RecordedCall> calls = server->calls(method);
+    return calls.empty() ? Request() : calls.back().template request<Request>();
+}
+
+// The cached identity of the facade tests, a distinct text in every member the tests read.
+tagBaseInfo cachedIdentity()
+{
+    tagBaseInfo base;
+    base.ip = QStringLiteral("10.0.0.7");
+    base.mac = QStringLiteral("52:54:00:aa:bb:cc");
+    base.deviceId = QStringLiteral("device-7");
+    base.deviceName = QStringLiteral("terminal-7");
+    base.clientType = QStringLiteral("1");
+    base.authType = QStringLiteral("2");
+    base.refreshFlag = QStringLiteral("1");
+    base.name = QStringLiteral("cached-user");
+    base.password = QStringLiteral("cached-pw");
+    base.computerType = 5;
+    base.vmId = 42;
+    base.vmUuid = QStringLiteral("uuid-42");
+    return base;
+}
+
+// ---- Reply conversions as tables: record member against wire field -----------------------
+
+QString shown(const QString& text) { return text; }
+QString shown(qint64 number) { return QString::number(number); }
+QString shown(int number) { return QString::number(number); }
+QString shown(bool flag) { return QLatin1String(flag ? "true" : "false"); }
+
+template <class Record>
+struct Member {
+    const char* wire;
+    std::function<QString(const Record&)> read;
+};
+
+template <class Record, class T>
+Member<Record> member(const char* wire, T Record::*field)
+{
+    return {wire, [field](const Record& record) { return shown(record.*field); }};
+}
+
+template <class Record>
+QList<Member<Record>> withError(QList<Member<Record>> members)
+{
+    members << Member<Record>{"error.error_code", [](const Record& r) { return shown(r.error.errorCode); }}
+            << Member<Record>{"error.error_msg_zh", [](const Record& r) { return r.error.errorMsgZh; }}
+            << Member<Record>{"error.error_msg_en", [](const Record& r) { return r.error.errorMsgEn; }};
+    return members;
+}
+
+// Fills every field of the message with a value of its own, converts, and compares each member
+// with its field; a field that is neither read by a member nor named as dropped is a mismatch.
+template <class Message, class Record>
+QStringList replyMismatches(void (*from)(const Message&, Record&), const QList<Member<Record>>& members,
+                            const QStringList& dropped = {})
+{
+    Message message;
+    QStringList unread = vditest::fillEverything(message);
+    Record record;
+    from(message, record);
+    QStringList mismatches;
+    for (const Member<Record>& m : members) {
+        const QString wire = QLatin1String(m.wire);
+        if (m.read(record) != vditest::wireText(message, wire))
+            mismatches << QStringLiteral("%1: record %2, wire %3").arg(wire, m.read(record), vditest::wireText(message, wire));
+        unread.removeAll(wire);
+    }
+    for (const QString& field : unread)
+        if (!dropped.contains(field))
+            mismatches << QStringLiteral("%1 is read by no member").arg(field);
+    return mismatches;
+}
+
+using Check = std::function<QStringList()>;
+} // namespace
+Q_DECLARE_METATYPE(Check)
+
+class TestAccount : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init();
+    void facadeRequestsOnTheWire();
+    void ldapRoad_data();
+    void ldapRoad();
+    void webSsoSendsNothing();
+    void loginCodeStaysInCache();
+    void terminalAuthorityPassword();
+    void checkUpgradeBehindGateway_data();
+    void checkUpgradeBehindGateway();
+    void nextCloudAddress_data();
+    void nextCloudAddress();
+    void individualConfigTwice();
+    void individualConfigWithoutStub();
+    void loginOptionFailures();
+    void quantumBind_data();
+    void quantumBind();
+    void quantumConfigIsNeverAnswered();
+    void replyConversions_data();
+    void replyConversions();
+    void loginSwitchesStandAlone_data();
+    void loginSwitchesStandAlone();
+    void defaultCheckPasswordRequest();
+};
+
+void TestAccount::initTestCase()
+{
+    QCoreApplication::setApplicationName(QStringLiteral("tst-account-client"));
+}
+
+void TestAccount::init()
+{
+    QDir(vditest::homePath() + QStringLiteral("/Documents")).removeRecursively();
+    vditest::makeDocumentsDir();
+}
+
+// Runs first: nothing in this suite registers a meta-type before it, so the facade alone must
+// have made every record of these signals known to queued connections.
+void TestAccount::facadeRequestsOnTheWire()
+{
+    vditest::TestServer server;
+    server->setScript(kUpgrade, replyWithCode<client::UpgradeResp>(0, [](client::UpgradeResp& r) {
+                          r.set_client_version("2.0.0");
+                          r.set_force(1);
+                      }));
+    client::UserQuantumBindResp bound;
+    bound.set_bindresult(true);
+    server->setReply(kBind, bound);
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    facade.initBaseInfoParameter(cachedIdentity());
+    tagExtendInfo extend;
+    extend.osType = QStringLiteral("linux");
+    facade.initExtendInfoParameter(extend);
+    QSignalSpy upgrade(&facade, &VdiDesktopGrpcThread::checkUpgradeResult);
+    QSignalSpy bind(&facade, &VdiDesktopGrpcThread::onUserQuantumBindResp);
+    QSignalSpy modified(&facade, &VdiDesktopGrpcThread::modifyPasswordResult);
+    QSignalSpy release(&facade, &VdiDesktopGrpcThread::requestTerminalAuthorityPasswordResult);
+    QSignalSpy nextCloud(&facade, &VdiDesktopGrpcThread::queryNextCloudInfoResult);
+    QSignalSpy config(&facade, &VdiDesktopGrpcThread::signalQueryLoginConfigResult);
+
+    facade.checkUpgrade(QStringLiteral("1.0.3"));
+    emit facade.userQuantumBindReq(QStringLiteral("alice"), QStringLiteral("1001"), QStringLiteral("spm-9"));
+    facade.modifyPassword(QStringLiteral("other-user"), QStringLiteral("old-pw"), QStringLiteral("new-pw"));
+    facade.requestTerminalAuthorityPassword(VdiGrpc::tagClientType(3));
+    facade.queryNextCloudInfo(5000000000LL);
+    facade.queryLoginConfig();
+
+    QTRY_COMPARE(upgrade.count(), 1);
+    QTRY_COMPARE(bind.count(), 1);
+    QTRY_COMPARE(config.count(), 1);
+    QCOMPARE(modified.count(), 1);
+    QCOMPARE(release.count(), 1);
+    QCOMPARE(nextCloud.count(), 1);
+    QCOMPARE(upgrade.at(0).at(0).value<UpgradeReply>().clientVersion, QStringLiteral("2.0.0"));
+    QCOMPARE(upgrade.at(0).at(0).value<UpgradeReply>().force, 1);
+    QCOMPARE(upgrade.at(0).at(1).toBool(), true);
+    QCOMPARE(bind.at(0).at(0).toBool(), true);
+    QCOMPARE(bind.at(0).at(1).value<UserQuantumBindReply>().bindResult, true);
+
+    const client::UpgradeReq asked = lastRequest<client::UpgradeReq>(server, kUpgrade);
+    QCOMPARE(asked.client_name(), std::string("tst-account-client"));
+    QCOMPARE(asked.client_version(), std::string("1.0.3"));
+    QCOMPARE(asked.client_type(), std::string("1"));
+    QCOMPARE(asked.os_type(), std::string("linux"));
+    QCOMPARE(QString::fromStdString(asked.cpu_arch()), QSysInfo::currentCpuArchitecture());
+    QCOMPARE(asked.ip(), std::string("10.0.0.7"));
+    QCOMPARE(asked.device_id(), std::string("device-7"));
+    QCOMPARE(asked.device_name(), std::string("terminal-7"));
+    QCOMPARE(asked.state(), std::string("ask"));
+
+    const client::UserQuantumBindReq binding = lastRequest<client::UserQuantumBindReq>(server, kBind);
+    QCOMPARE(binding.username(), std::string("alice"));
+    QCOMPARE(binding.userid(), std::string("1001"));
+    QCOMPARE(binding.spmid(), std::string("spm-9"));
+
+    // The names go into the request only; the cache keeps its own.
+    const client::ModifyPasswordReq modify = lastRequest<client::ModifyPasswordReq>(server, kModifyPassword);
+    QCOMPARE(modify.client_base_info().name(), std::string("other-user"));
+    QCOMPARE(modify.client_base_info().password(), std::string("old-pw"));
+    QCOMPARE(modify.client_base_info().device_id(), std::string("device-7"));
+    QCOMPARE(modify.password_new(), std::string("new-pw"));
+    QCOMPARE(facade.getUserName(), QStringLiteral("cached-user"));
+    QCOMPARE(facade.getUserPasswd(), QStringLiteral("cached-pw"));
+
+    QCOMPARE(lastRequest<client::ClientReleasePasswordReq>(server, kReleasePassword).clienttype(), 3);
+    QCOMPARE(lastRequest<client::NextCloudInfoReq>(server, kNextCloud).userid(), int64_t(5000000000LL));
+    QCOMPARE(lastRequest<client::LoginConfigReq>(server, kLoginConfig).deviceuuid(), std::string("52:54:00:aa:bb:cc"));
+    facade.stop();
+}
+
+void TestAccount::ldapRoad_data()
+{
+    QTest::addColumn<int>("serverCode");
+    QTest::newRow("accepted") << 0;
+    QTest::newRow("refused") << 1;
+}
+
+// The check goes out with the domain given; a success is followed by the LDAP login, which
+// takes the cached domain.
+void TestAccount::ldapRoad()
+{
+    QFETCH(int, serverCode);
+    const bool accepted = serverCode == 0;
+    vditest::TestServer server;
+    server->setScript(kLdap, replyWithCode<client::CheckPasswordResp>(serverCode));
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    facade.initBaseInfoParameter(cachedIdentity());
+    facade.updateDomain(QStringLiteral("CACHED"));
+    QStringList order;
+    connect(&facade, &VdiDesktopGrpcThread::signalCheckAndSaveLdapPasswdResult, this,
+            [&order](const tagCheckPasswordResp&, bool ok) { order << QStringLiteral("ldap %1").arg(ok); });
+    connect(&facade, &VdiDesktopGrpcThread::loginResult, this,
+            [&order](LoginReply, bool) { order << QStringLiteral("login"); });
+    QSignalSpy login(&facade, &VdiDesktopGrpcThread::loginResult);
+    vditest::LogCapture log;
+
+    facade.checkAndSaveLdapPasswd(QStringLiteral("u"), QStringLiteral("p"), QStringLiteral("ARG"));
+    QTRY_VERIFY(!order.isEmpty());
+    QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcThread::checkAndSaveLdapPasswd \"u\" , \"p\""), QtInfoMsg));
+    const client::ClientBaseInfo checked = lastRequest<client::CheckPasswordReq>(server, kLdap).client_base_info();
+    QCOMPARE(checked.domain(), std::string("ARG"));
+    QCOMPARE(checked.name(), std::string("u"));
+    QCOMPARE(checked.password(), std::string("p"));
+    QCOMPARE(checked.auth_type(), std::string("3"));
+
+    if (!accepted) {
+        QVERIFY(!login.wait(300));
+        QCOMPARE(order, QStringList{QStringLiteral("ldap 0")});
+        QCOMPARE(server->callCount(kLogin), 0);
+        // What the failed check wrote stays.
+        QCOMPARE(facade.getUserName(), QStringLiteral("u"));
+        QCOMPARE(facade.getUserPasswd(), QStringLiteral("p"));
+        facade.stop();
+        return;
+    }
+    QTRY_COMPARE(login.count(), 1);
+    QCOMPARE(order, (QStringList{QStringLiteral("ldap 1"), QStringLiteral("login")}));
+    const client::ClientBaseInfo sent = lastRequest<client::LoginReq>(server, kLogin).client_base_info();
+    QCOMPARE(sent.auth_type(), std::string("3"));
+    QCOMPARE(sent.name(), std::string("u"));
+    QCOMPARE(sent.password(), std::string("p"));
+    QCOMPARE(sent.domain(), std::string("CACHED"));
+    QCOMPARE(sent.computer_type(), 0);
+    QCOMPARE(sent.vm_id(), int64_t(-1));
+    QCOMPARE(sent.vmuuid(), std::string());
+    QCOMPARE(sent.refresh_flag(), std::string("0"));
+    facade.stop();
+}
+
+// With web SSO the credentials are cached but nothing is sent: the check that follows is the
+// first one the server sees, and the only answer.
+void TestAccount::webSsoSendsNothing()
+{
+    vditest::TestServer server;
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    QSignalSpy checked(&facade, &VdiDesktopGrpcThread::checkPasswordResult);
+    vditest::LogCapture log;
+
+    facade.checkPassword(QStringLiteral("sso-user"), QStringLiteral("sso-pw"), true);
+    QCOMPARE(facade.getUserName(), QStringLiteral("sso-user"));
+    QCOMPARE(facade.getUserPasswd(), QStringLiteral("sso-pw"));
+    QVERIFY(log.contains(QStringLiteral("web sso feature login, does NOT check password."), QtDebugMsg));
+    QVERIFY(!log.contains(QStringLiteral("emit to check password.")));
+
+    facade.checkPassword(QStringLiteral("plain-user"), QStringLiteral("plain-pw"), false);
+    QTRY_COMPARE(checked.count(), 1);
+    QVERIFY(!checked.wait(300));
+    QCOMPARE(server->callCount(kCheckPassword), 1);
+    QCOMPARE(lastRequest<client::CheckPasswordReq>(server, kCheckPassword).client_base_info().name(),
+             std::string("plain-user"));
+    facade.stop();
+}
+
+// The three texts written by requestLoginCode go out with every later request; computerType 0
+// goes into the code request's copies only.
+void TestAccount::loginCodeStaysInCache()
+{
+    vditest::TestServer server;
+    server->setScript(kCode, replyWithCode<client::CodeResp>(0, [](client::CodeResp& r) {
+                          r.set_qrcodeurl("https://qr.example/t-1");
+                          r.set_ticket("t-1");
+                      }));
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    facade.initBaseInfoParameter(cachedIdentity());
+    tagExtendInfo extend;
+    extend.computerType = 6;
+    facade.initExtendInfoParameter(extend);
+    QSignalSpy code(&facade, &VdiDesktopGrpcThread::signalQueryLoginCodeResult);
+    QSignalSpy checked(&facade, &VdiDesktopGrpcThread::checkPasswordResult);
+
+    facade.requestLoginCode(QStringLiteral("wechat"), QStringLiteral("qr"), QStringLiteral("someone"));
+    facade.checkPassword(QStringLiteral("later"), QStringLiteral("later-pw"), false);
+    QTRY_COMPARE(checked.count(), 1);
+    QCOMPARE(code.count(), 1);
+    QCOMPARE(code.at(0).at(0).value<LoginCodeResp>().qrcodeUrl, QStringLiteral("https://qr.example/t-1"));
+    QCOMPARE(code.at(0).at(1).toBool(), true);
+
+    const client::CodeReq request = lastRequest<client::CodeReq>(server, kCode);
+    QCOMPARE(request.codesource(), std::string("wechat"));
+    QCOMPARE(request.codetype(), std::string("qr"));
+    QCOMPARE(request.username(), std::string("someone"));
+    QCOMPARE(request.client_base_info().computer_type(), 0);
+    QCOMPARE(request.client_extend_info().computer_type(), 0);
+    QCOMPARE(request.client_base_info().device_id(), std::string("device-7"));
+
+    const client::ClientBaseInfo later = lastRequest<client::CheckPasswordReq>(server, kCheckPassword).client_base_info();
+    QCOMPARE(later.client_type(), std::string("0"));
+    QCOMPARE(later.auth_type(), std::string("0"));
+    QCOMPARE(later.refresh_flag(), std::string("0"));
+    QCOMPARE(later.computer_type(), 5);
+    facade.stop();
+}
+
+// Ten seconds whatever the worker's timeout, the token of the settings file alone, and a password
+// that reaches no log line of the call.
+void TestAccount::terminalAuthorityPassword()
+{
+    {
+        VdiDesktopGrpcWorker writer;
+        VdiWorkerProbe(writer).setGatewayCredentials("file-token", QStringLiteral("gw"), QStringLiteral("gw-pw"));
+        writer.saveGatewayInfo();
+    }
+    vditest::TestServer server;
+    const std::string password = "abcdefghijklmnopqrstuvwxyz";  // the longest that is cut whole
+    server->setScript(kReleasePassword, replyWithCode<client::ClientReleasePasswordResp>(0, [&](auto& r) {
+                          r.set_password(password);
+                          r.set_enable(0);
+                      }));
+    VdiDesktopGrpcWorker worker;
+    server.connect(worker);
+    worker.setTimeout(60);
+    QCOMPARE(VdiWorkerProbe(worker).gatewayToken(), std::string());
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::requestTerminalAuthorityPasswordResult);
+    vditest::LogCapture log;
+
+    tagClientReleasePasswordRequest request;
+    request.clientType = 2;
+    worker.requestTerminalAuthorityPassword(request);
+
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(1).toBool(), true);
+    QCOMPARE(spy.at(0).at(0).value<ClientReleasePasswordReply>().password, QString::fromStdString(password));
+    const vdifake::RecordedCall call = server->calls(kReleasePassword).at(0);
+    QVERIFY2(call.deadlineSeconds > 9 && call.deadlineSeconds <= 10.5, qPrintable(QString::number(call.deadlineSeconds)));
+    QCOMPARE(call.metadataValue("gatewayaccesstoken"), std::string("file-token"));
+    QCOMPARE(call.metadata.count("client-language"), size_t(0));
+    QCOMPARE(log.count(QStringLiteral("requestTerminalAuthorityPassword ]  request:\n"), QtInfoMsg), 1);
+    QCOMPARE(log.count(QStringLiteral("requestTerminalAuthorityPassword ]  reply:\n"), QtInfoMsg), 1);
+    QCOMPARE(log.count(QString::fromStdString(password)), 0);
+}
+
+void TestAccount::checkUpgradeBehindGateway_data()
+{
+    QTest::addColumn<bool>("withStub");
+    QTest::newRow("with stub") << true;
+    QTest::newRow("without stub") << false;
+}
+
+void TestAccount::checkUpgradeBehindGateway()
+{
+    QFETCH(bool, withStub);
+    vditest::TestServer server;
+    VdiDesktopGrpcWorker worker;
+    worker.initServerType(1);
+    if (withStub)
+        server.connect(worker);
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::checkUpgradeResult);
+    vditest::LogCapture log;
+
+    worker.checkUpgrade(tagUpgradeRequest());
+    QCOMPARE(log.count(QStringLiteral("gateway type, no check upgrade"), QtWarningMsg), 1);
+    QVERIFY(!log.contains(QStringLiteral("stub is null")));
+    QVERIFY(!log.contains(kRestart));
+    QCOMPARE(spy.count(), 0);
+    QCOMPARE(server->callCount(kUpgrade), 0);
+
+    // The same worker asks as soon as it talks to a controller.
+    worker.initServerType(0);
+    server.connect(worker);
+    worker.checkUpgrade(tagUpgradeRequest());
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(server->callCount(kUpgrade), 1);
+}
+
+void TestAccount::nextCloudAddress_data()
+{
+    QTest::addColumn<QString>("serverIp");
+    QTest::addColumn<int>("serverCode");
+    QTest::addColumn<bool>("flag");
+    QTest::addColumn<QString>("delivered");
+    QTest::newRow("the server itself") << "127.0.0.1" << 0 << true << "localhost";
+    QTest::newRow("another loopback address") << "127.0.0.2" << 0 << true << "127.0.0.2";
+    QTest::newRow("a host name") << "nc.example" << 0 << true << "nc.example";
+    QTest::newRow("padded") << " 127.0.0.1" << 0 << true << " 127.0.0.1";
+    QTest::newRow("refused") << "127.0.0.1" << 1 << false << "127.0.0.1";
+}
+
+// Connected as "localhost", so that the replacement shows.
+void TestAccount::nextCloudAddress()
+{
+    QFETCH(QString, serverIp);
+    QFETCH(int, serverCode);
+    QFETCH(bool, flag);
+    QFETCH(QString, delivered);
+    vditest::TestServer server;
+    server->setScript(kNextCloud, replyWithCode<client::NextCloudInfoResp>(serverCode, [&](auto& r) {
+                          r.set_serverip(serverIp.toStdString());
+                          r.set_port("8443");
+                      }));
+    VdiDesktopGrpcWorker worker;
+    worker.initConnection(server.pemPath(), QStringLiteral("localhost"), server.port(), false);
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::queryNextCloudInfoResult);
+
+    worker.queryNextCloudInfo(tagNextCloudInfoReq());
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(1).toBool(), flag);
+    const NextCloudInfoResp reply = spy.at(0).at(0).value<NextCloudInfoResp>();
+    QCOMPARE(reply.serverIp, delivered);
+    QCOMPARE(reply.port, QStringLiteral("8443"));
+}
+
+void TestAccount::individualConfigTwice()
+{
+    vditest::TestServer server;
+    server->setScript(kIndividual, replyWithCode<client::IndividualConfigResp>(0, [](auto& r) {
+                          r.set_systemname("Acme Desktop");
+                          r.set_individual(1);
+                      }));
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::queryIndividualConfigInfoResultForGrpcThread);
+
+    facade.queryIndividualConfigForVdidesktopGrpcThread();
+    QTRY_COMPARE(spy.count(), 2);
+    QVERIFY(!spy.wait(300));
+    QCOMPARE(server->callCount(kIndividual), 1);
+    QCOMPARE(lastRequest<client::IndividualConfigReq>(server, kIndividual).type(), 1);
+    for (const QList<QVariant>& result : qAsConst(spy)) {
+        QCOMPARE(result.at(0).value<IndividualConfigResp>().systemName, QStringLiteral("Acme Desktop"));
+        QCOMPARE(result.at(1).toBool(), true);
+    }
+    facade.stop();
+}
+
+// The channels are rebuilt, and nothing is answered.
+void TestAccount::individualConfigWithoutStub()
+{
+    VdiDesktopGrpcThread facade;
+    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::queryIndividualConfigInfoResultForGrpcThread);
+    vditest::LogCapture log;
+
+    facade.queryIndividualConfigForVdidesktopGrpcThread();
+    QVERIFY(!spy.wait(300));
+    QVERIFY(log.contains(QStringLiteral("slotQueryIndividualConfigForGrpcWorker ]  stub is null."), QtCriticalMsg));
+    QVERIFY(log.contains(kRestart, QtInfoMsg));
+    facade.stop();
+}
+
+// Failures of the two login option handlers and of the LDAP check, each with its own lines.
+void TestAccount::loginOptionFailures()
+{
+    VdiDesktopGrpcWorker bare;
+    QSignalSpy config(&bare, &VdiDesktopGrpcWorker::queryLoginConfigResult);
+    QSignalSpy code(&bare, &VdiDesktopGrpcWorker::queryLoginCodeResult);
+    QSignalSpy ldap(&bare, &VdiDesktopGrpcWorker::checkAndSaveLdapPasswdResult);
+    vditest::LogCapture log;
+    bare.handleQueryLoginConfig(QString());
+    bare.handleRequestLoginCode(LoginCodeReq());
+    bare.handleCheckAndSaveLdapPasswd(tagCheckPasswordRequest());
+    for (QSignalSpy* spy : {&config, &code, &ldap}) {
+        QCOMPARE(spy->count(), 1);
+        QCOMPARE(spy->at(0).at(1).toBool(), false);
+    }
+    QCOMPARE(config.at(0).at(0).value<LoginConfigResp>().error.errorCode, 5);
+    QCOMPARE(code.at(0).at(0).value<LoginCodeResp>().error.errorCode, 5);
+    QCOMPARE(ldap.at(0).at(0).value<CheckPasswordReply>().error.errorCode, 5);
+    QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleQueryLoginConfig: stub is null."), QtCriticalMsg));
+    QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleRequestLoginCode: stub is null."), QtCriticalMsg));
+    QVERIFY(log.contains(QStringLiteral("handleCheckAndSaveLdapPasswd ]  stub is null."), QtCriticalMsg));
+    QCOMPARE(log.count(kRestart), 3);
+    QVERIFY(!log.contains(QStringLiteral("handleQueryLoginConfig: failed")));
+
+    vditest::TestServer server;
+    server->setStatus(kLoginConfig, grpc::StatusCode::UNAVAILABLE);
+    VdiDesktopGrpcWorker worker;
+    server.connect(worker);
+    QSignalSpy failed(&worker, &VdiDesktopGrpcWorker::queryLoginConfigResult);
+    log.clear();
+    worker.handleQueryLoginConfig(QStringLiteral("uuid-1"));
+    QCOMPARE(failed.count(), 1);
+    QCOMPARE(failed.at(0).at(1).toBool(), false);
+    QCOMPARE(failed.at(0).at(0).value<LoginConfigResp>().error.errorCode, 14);
+    QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleQueryLoginConfig: failed 14")));
+    QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleQueryLoginConfig ] request:\n"), QtInfoMsg));
+    QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleQueryLoginConfig ] reply:\n"), QtInfoMsg));
+    QVERIFY(log.contains(kRestart));
+}
+
+void TestAccount::quantumBind_data()
+{
+    QTest::addColumn<bool>("withStub");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<bool>("bindResult");
+    QTest::addColumn<bool>("ack");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("refused binding, server error") << true << 0 << false << true << "confirmQuantumBind reply.bindResult:\n false";
+    QTest::newRow("bound") << true << 0 << true << true << "confirmQuantumBind reply.bindResult:\n true";
+    QTest::newRow("transport failure") << true << int(grpc::StatusCode::UNAVAILABLE) << false << false
+                                       << "confirmQuantumBind reply:\n";
+    QTest::newRow("no stub") << false << 0 << false << false << "userQuantumBindReq ]  stub is null.";
+}
+
+// The flag says that the call went through; nothing but bindResult is taken from the reply, and
+// a failure neither fills the error nor rebuilds the channels.
+void TestAccount::quantumBind()
+{
+    QFETCH(bool, withStub);
+    QFETCH(int, status);
+    QFETCH(bool, bindResult);
+    QFETCH(bool, ack);
+    QFETCH(QString, line);
+    vditest::TestServer server;
+    vdifake::Script script = replyWithCode<client::UserQuantumBindResp>(9, [&](auto& r) {
+        r.set_bindresult(bindResult);
+        r.mutable_error()->set_error_msg_zh("refused");
+    });
+    script.code = grpc::StatusCode(status);
+    server->setScript(kBind, script);
+    VdiDesktopGrpcWorker worker;
+    if (withStub)
+        server.connect(worker);
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::onUserQuantumBindResp);
+    vditest::LogCapture log;
+
+    worker.userQuantumBindReq(QStringLiteral("u"), QStringLiteral("1"), QStringLiteral("s"));
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(0).toBool(), ack);
+    const UserQuantumBindReply reply = spy.at(0).at(1).value<UserQuantumBindReply>();
+    QCOMPARE(reply.bindResult, bindResult);
+    QCOMPARE(reply.error.errorCode, -1);
+    QCOMPARE(reply.error.errorMsgZh, QString());
+    QCOMPARE(reply.error.errorMsgEn, QString());
+    QVERIFY2(log.contains(line), qPrintable(log.dump()));
+    QVERIFY(!log.contains(kRestart));
+    QCOMPARE(server->callCount(kBind), withStub ? 1 : 0);
+}
+
+void TestAccount::quantumConfigIsNeverAnswered()
+{
+    vditest::TestServer server;
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::onQuantumConfigResp);
+    vditest::LogCapture log;
+
+    emit facade.quantumConfigReq(QStringLiteral("anyone"));
+    QTRY_VERIFY(log.contains(QStringLiteral("quantum not surpported by this client! stay tuned!"), QtInfoMsg));
+    QVERIFY(!spy.wait(300));
+    QCOMPARE(server->callCount(), 0);
+    facade.stop();
+}
+
+void TestAccount::replyConversions_data()
+{
+    QTest::addColumn<Check>("check");
+    using U = tagUpgradeReply;
+    QTest::newRow("upgrade") << Check([] {
+        return replyMismatches(&H::fromUpgradeResq,
+                               withError<U>({member("client_version", &U::clientVersion),
+                                             member("download_type", &U::downloadType), member("url", &U::url),
+                                             member("force", &U::force), member("md5", &U::md5),
+                                             member("description", &U::description)}));
+    });
+    using N = tagNextCloudInfoResp;
+    QTest::newRow("next cloud") << Check([] {
+        return replyMismatches(&H::fromNextCloudInfoResp,
+                               withError<N>({member("serverIp", &N::serverIp), member("port", &N::port),
+                                             member("ncSize", &N::ncSize), member("enable", &N::enable)}));
+    });
+    using I = tagIndividualConfigResp;
+    QTest::newRow("individual config") << Check([] {
+        return replyMismatches(&H::fromIndividualConfigResp,
+                               withError<I>({member("systemName", &I::systemName), member("copyRight", &I::copyRight),
+                                             member("logoImgUrl", &I::logoImgUrl),
+                                             member("backgroundImgUrl", &I::backgroundImgUrl),
+                                             member("content", &I::content), member("createTime", &I::createTime),
+                                             member("individual", &I::individual)}),
+                               {QStringLiteral("vendor_name")});
+    });
+    using E = tagApplyForEmailReply;
+    QTest::newRow("mail settings") << Check([] {
+        return replyMismatches(&H::fromApplyForEmailResq,
+                               withError<E>({member("serverAddress", &E::serverAddress),
+                                             member("serverPort", &E::serverPort), member("sendName", &E::sendName),
+                                             member("sendEmail", &E::sendEmail), member("authName", &E::authName),
+                                             member("authPaw", &E::authPaw)}));
+    });
+    using R = tagClientReleasePasswordReply;
+    QTest::newRow("release password") << Check([] {
+        return replyMismatches(&H::fromClientReleasePasswordResq, withError<R>({member("password", &R::password)}),
+                               {QStringLiteral("enable")});
+    });
+    QTest::newRow("modify password") << Check([] {
+        return replyMismatches(&H::fromModifyPasswordResq, withError<tagModifyPasswordReply>({}));
+    });
+    QTest::newRow("check password") << Check([] {
+        return replyMismatches(&H::fromCheckPasswordResq, withError<tagCheckPasswordResp>({}));
+    });
+    using C = LoginConfigResp;
+    QTest::newRow("login config") << Check([] {
+        return replyMismatches(
+            &H::fromLoginConfigResp,
+            withError<C>({member("timeout", &C::timeout), member("ticket", &C::ticket), member("url", &C::url),
+                          member("oakdeskIp", &C::oakdeskIp), member("enableJjtLogin", &C::enableJjtLogin),
+                          member("enableThirdPartyLogin", &C::enableThirdPartyLogin),
+                          member("enableWechatEnterpriseLogin", &C::enableWechatEnterpriseLogin),
+                          member("enableFaceLogin", &C::enableFaceLogin), member("enableSmsLogin", &C::enableSmsLogin),
+                          member("enableDingtalkLogin", &C::enableDingtalkLogin)}));
+    });
+    using L = LoginCodeResp;
+    QTest::newRow("login code") << Check([] {
+        return replyMismatches(&H::fromLoginCodeResp,
+                               withError<L>({member("codeSource", &L::codeSource), member("codeType", &L::codeType),
+                                             member("qrcodeUrl", &L::qrcodeUrl), member("ticket", &L::ticket)}));
+    });
+}
+
+void TestAccount::replyConversions()
+{
+    QFETCH(Check, check);
+    const QStringList mismatches = check();
+    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join(QLatin1Char('\n'))));
+}
+
+void TestAccount::loginSwitchesStandAlone_data()
+{
+    QTest::addColumn<QString>("wire");
+    for (const char* name : {"enableJjtLogin", "enableThirdPartyLogin", "enableWechatEnterpriseLogin",
+                             "enableFaceLogin", "enableSmsLogin", "enableDingtalkLogin"})
+        QTest::newRow(name) << QString::fromLatin1(name);
+}
+
+// One switch on the wire turns on its own member and no other.
+void TestAccount::loginSwitchesStandAlone()
+{
+    QFETCH(QString, wire);
+    client::LoginConfigResp message;
+    const auto* field = message.GetDescriptor()->FindFieldByName(wire.toStdString());
+    QVERIFY(field);
+    message.GetReflection()->SetBool(&message, field, true);
+    LoginConfigResp record;
+    H::fromLoginConfigResp(message, record);
+    const QList<QPair<QString, bool>> members{
+        {QStringLiteral("enableJjtLogin"), record.enableJjtLogin},
+        {QStringLiteral("enableThirdPartyLogin"), record.enableThirdPartyLogin},
+        {QStringLiteral("enableWechatEnterpriseLogin"), record.enableWechatEnterpriseLogin},
+        {QStringLiteral("enableFaceLogin"), record.enableFaceLogin},
+        {QStringLiteral("enableSmsLogin"), record.enableSmsLogin},
+        {QStringLiteral("enableDingtalkLogin"), record.enableDingtalkLogin},
+    };
+    for (const auto& m : members)
+        QVERIFY2(m.second == (m.first == wire), qPrintable(m.first));
+}
+
+void TestAccount::defaultCheckPasswordRequest()
+{
+    client::CheckPasswordReq message;
+    H::toCheckPasswordReq(tagCheckPasswordRequest(), message);
+    QVERIFY(message.has_client_base_info());
+    QCOMPARE(message.client_base_info().vm_id(), int64_t(-1));
+    QCOMPARE(message.client_base_info().computer_type(), -1);
+    QCOMPARE(message.client_base_info().name(), std::string());
+    QCOMPARE(message.client_base_info().password(), std::string());
+}
+
+VDI_TEST_MAIN(TestAccount)
+#include "tst_account.moc"

@@ -1,0 +1,341 @@
+// Application catalogues and share terminals: results through the facade, what the server
+// receives, the rules of the remote application's policy and of the share-terminal list, and
+// requests made before any connection.
+#include "testsupport.h"
+
+#include <algorithm>
+
+#include <QDir>
+
+namespace {
+using H = VdiDesktopGrpcHelper;
+
+const std::string kRemoteList = "/client.ClientCore/GetRemoteAppList";
+const std::string kRemoteApply = "/client.ClientCore/getConnectAppInfo";
+const std::string kSaasList = "/client.ClientCore/querySaasAppList";
+const std::string kSaasApp = "/client.ClientCore/querySaasApp";
+const std::string kShareList = "/client.ClientCore/queryShareTerminalInfo";
+const std::string kTransfer = "/client.ClientCore/transferDesktopToShareTerminal";
+const std::string kShareLogin = "/client.ClientCore/LoginOakdeskOnShareTerminal";
+const QString kNoShareTerminal = QStringLiteral("无可用共享终端");
+
+template <class Request>
+Request lastRequest(const vditest::TestServer& server, const std::string& method)
+{
+    const std::vector<vdifake::RecordedCall> calls = server->calls(method);
+    return calls.empty() ? Request() : calls.back().template request<Request>();
+}
+
+tagSaasAppInfo saasApp()
+{
+    return tagSaasAppInfo{QStringLiteral("https://icons/crm.png"), QStringLiteral("CRM"),
+                          QStringLiteral("https://crm.example"), QStringLiteral("the sales tool"),
+                          QStringLiteral("saml")};
+}
+
+void compareApp(const tagSaasAppInfo& actual, const tagSaasAppInfo& expected)
+{
+    QCOMPARE(actual.iconUrl, expected.iconUrl);
+    QCOMPARE(actual.appName, expected.appName);
+    QCOMPARE(actual.appAddress, expected.appAddress);
+    QCOMPARE(actual.description, expected.description);
+    QCOMPARE(actual.ssoProtocol, expected.ssoProtocol);
+}
+
+client::ControlPolicy policyWithReconnection(int seconds)
+{
+    client::ControlPolicy policy;
+    policy.set_reconnection_network_time(seconds);
+    policy.mutable_watermark_policy()->set_font_size(16);
+    policy.mutable_share_policy()->set_clipboard(1);
+    return policy;
+}
+} // namespace
+
+class TestApplications : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void resultsReachTheApplication();
+    void applyUserName_data();
+    void applyUserName();
+    void remoteAppPolicy();
+    void failedApplyKeepsPolicyDefaults();
+    void remoteAppList();
+    void shareTerminalList_data();
+    void shareTerminalList();
+    void beforeAnyConnection();
+};
+
+void TestApplications::init()
+{
+    QDir(vditest::homePath() + QStringLiteral("/Documents")).removeRecursively();
+    vditest::makeDocumentsDir();
+}
+
+// Runs first, and nothing in this suite registers a meta-type: every record of these signals
+// must be known to queued connections through the facade alone.
+void TestApplications::resultsReachTheApplication()
+{
+    vditest::TestServer server;
+    client::RemoteAppListResp remoteList;
+    remoteList.add_app_list()->set_displayname("Word");
+    server->setReply(kRemoteList, remoteList);
+    client::RemoteAppInfoResp remoteApp;
+    remoteApp.set_appid("app-1");
+    remoteApp.set_fulladdress("rdp://10.0.0.9/word");
+    server->setReply(kRemoteApply, remoteApp);
+    client::SaasAppListResp saasList;
+    saasList.add_app_list()->set_appname("CRM");
+    server->setReply(kSaasList, saasList);
+    client::ShareTerminalInfoResp shareList;
+    shareList.add_terminal_list()->set_terminal_share_name("meeting room");
+    server->setReply(kShareList, shareList);
+
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    tagBaseInfo base;
+    base.name = QStringLiteral("alice");
+    base.domain = QStringLiteral("corp");
+    facade.initBaseInfoParameter(base);
+    QSignalSpy remoteListed(&facade, &VdiDesktopGrpcThread::signalGrpcThreadGetRemoteAppListResult);
+    QSignalSpy remoteApplied(&facade, &VdiDesktopGrpcThread::signalGrpcThreadApplyRemoteAppResult);
+    QSignalSpy saasListed(&facade, &VdiDesktopGrpcThread::signalGrpcThreadGetSaasAppListResult);
+    QSignalSpy permitted(&facade, &VdiDesktopGrpcThread::signalGrpcThreadSaasAppResult);
+    QSignalSpy shared(&facade, &VdiDesktopGrpcThread::queryShareTerminalInfoResult);
+    QSignalSpy transferred(&facade, &VdiDesktopGrpcThread::transferDesktop2ShareTerminalResult);
+    QSignalSpy sharedLogin(&facade, &VdiDesktopGrpcThread::loginOakdeskShareTerminalResult);
+    vditest::LogCapture log;
+
+    facade.grpcThreadGetRemoteAppList();
+    facade.grpcThreadApplyForRemoteApp(QStringLiteral("Word"), QString());
+    facade.grpcThreadGetSaasAppList();
+    facade.grpcThreadQuerySaasApp(saasApp());
+    emit facade.queryShareTerminalInfo(tagShareTerminalInfoRequest{QStringLiteral("device-1")});
+    emit facade.transferDesktop2ShareTerminal(tagTransDesk2ShareTerminalRequest{
+        QStringLiteral("device-1"), QStringLiteral("uuid-1"), QStringLiteral("device-2"), QByteArray("ab\0cd", 5)});
+    emit facade.loginOakdeskHsareTerminal(
+        tagLoginOakdeskShareTerminalRequest{QStringLiteral("device-2"), QStringLiteral("bob"), QStringLiteral("pw-9876543")});
+
+    QTRY_COMPARE(sharedLogin.count(), 1);
+    for (QSignalSpy* spy : {&remoteListed, &remoteApplied, &saasListed, &permitted, &shared, &transferred, &sharedLogin}) {
+        QCOMPARE(spy->count(), 1);
+        QVERIFY(spy->at(0).at(1).toBool());
+    }
+    QCOMPARE(remoteListed.at(0).at(0).value<RemoteAppListResp>().appList.at(0).displayName, QStringLiteral("Word"));
+    QCOMPARE(remoteApplied.at(0).at(0).value<RemoteAppApplyResp>().fullAddress, QStringLiteral("rdp://10.0.0.9/word"));
+    QCOMPARE(saasListed.at(0).at(0).value<SaasAppListResp>().appList.at(0).appName, QStringLiteral("CRM"));
+    compareApp(permitted.at(0).at(0).value<SaasAppResp>().appInfo, saasApp());
+    QCOMPARE(shared.at(0).at(0).value<ShareTerminalInfoReply>().terminalList.at(0).terminalShareName,
+             QStringLiteral("meeting room"));
+
+    // What the server received: a whole login request, the bare identity, an application
+    // without its description, the file data up to its zero byte.
+    QCOMPARE(lastRequest<client::LoginReq>(server, kRemoteList).client_base_info().name(), std::string("alice"));
+    QCOMPARE(lastRequest<client::ClientBaseInfo>(server, kSaasList).domain(), std::string("corp"));
+    const client::SaasAppReq asked = lastRequest<client::SaasAppReq>(server, kSaasApp);
+    QCOMPARE(asked.clientbaseinfo().name(), std::string("alice"));
+    QCOMPARE(asked.saasappinfo().appname(), std::string("CRM"));
+    QCOMPARE(asked.saasappinfo().appaddress(), std::string("https://crm.example"));
+    QCOMPARE(asked.saasappinfo().iconurl(), std::string("https://icons/crm.png"));
+    QCOMPARE(asked.saasappinfo().ssoprotocol(), std::string("saml"));
+    QCOMPARE(asked.saasappinfo().description(), std::string());
+    QCOMPARE(lastRequest<client::ShareTerminalInfoReq>(server, kShareList).device_id(), std::string("device-1"));
+    const client::TransDeskToShareTerminalReq transfer = lastRequest<client::TransDeskToShareTerminalReq>(server, kTransfer);
+    QCOMPARE(transfer.vdp_file_data(), std::string("ab"));
+    QCOMPARE(transfer.dst_device_id(), std::string("device-2"));
+    QCOMPARE(lastRequest<client::LoginOakdeskOnShareTerminalReq>(server, kShareLogin).password(), std::string("pw-9876543"));
+
+    // The share-terminal login's password reaches the server and no log line.
+    QVERIFY(log.contains(QStringLiteral("loginOakdeskHsareTerminal ]  request:\n"), QtInfoMsg));
+    QCOMPARE(log.count(QStringLiteral("pw-9876543")), 0);
+    QVERIFY(log.contains(QStringLiteral("void VdiDesktopGrpcWorker::slotGrpcWorkerGetSaasAppList(const SaasListReq&) TRACE"),
+                         QtCriticalMsg));
+    facade.stop();
+}
+
+void TestApplications::applyUserName_data()
+{
+    QTest::addColumn<QString>("cachedName");
+    QTest::addColumn<QString>("sent");
+    QTest::newRow("cached name wins") << "alice" << "alice";
+    QTest::newRow("argument when none is cached") << "" << "other";
+}
+
+void TestApplications::applyUserName()
+{
+    QFETCH(QString, cachedName);
+    QFETCH(QString, sent);
+    vditest::TestServer server;
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    facade.setUserName(cachedName);
+    facade.updateDomain(QStringLiteral("corp"));
+    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::signalGrpcThreadApplyRemoteAppResult);
+    vditest::LogCapture log;
+
+    facade.grpcThreadApplyForRemoteApp(QStringLiteral("app"), QStringLiteral("other"));
+    QTRY_COMPARE(spy.count(), 1);
+    const client::RemoteAppInfoReq request = lastRequest<client::RemoteAppInfoReq>(server, kRemoteApply);
+    QCOMPARE(QString::fromStdString(request.username()), sent);
+    QCOMPARE(request.displayname(), std::string("app"));
+    QCOMPARE(request.domain(), std::string("corp"));
+    // A line of its own making: no bracketed function name in front.
+    const auto lines = log.lines();
+    QVERIFY(std::any_of(lines.begin(), lines.end(), [](const QPair<QtMsgType, QString>& line) {
+        return line.first == QtInfoMsg
+            && line.second == QStringLiteral("grpcThreadApplyForRemoteApp  m_baseInfo.domain is  \"corp\"");
+    }));
+    facade.stop();
+}
+
+// The remote application's policy is read as a desktop's, absent groups included, but its
+// reconnection time is not.
+void TestApplications::remoteAppPolicy()
+{
+    client::RemoteAppInfoResp app;
+    *app.mutable_control_policy() = policyWithReconnection(30);
+    tagRemoteAppApplyResp applied;
+    H::fromRemoteAppApplyResp(app, applied);
+    QCOMPARE(applied.controlPolicy.reconnectionNetworkTime, 0);
+    QCOMPARE(applied.controlPolicy.fontSize, 16);
+    QCOMPARE(applied.controlPolicy.clipboard, 1);
+    QCOMPARE(applied.controlPolicy.color, QString());  // absent on the wire: empty, not "000000"
+
+    client::VmInfo vm;
+    *vm.mutable_control_policy() = policyWithReconnection(30);
+    tagVMInfo desktop;
+    H::grpc2VMInfo(vm, desktop);
+    QCOMPARE(desktop.controlPolicy.reconnectionNetworkTime, 30);
+
+    tagRemoteAppApplyResp withoutPolicy;
+    H::fromRemoteAppApplyResp(client::RemoteAppInfoResp(), withoutPolicy);
+    QCOMPARE(withoutPolicy.controlPolicy.fontSize, 0);
+    QCOMPARE(withoutPolicy.controlPolicy.color, QString());
+    QCOMPARE(withoutPolicy.controlPolicy.userDefine, QString());
+    QCOMPARE(withoutPolicy.controlPolicy.showPosition, 0);
+}
+
+void TestApplications::failedApplyKeepsPolicyDefaults()
+{
+    vditest::TestServer server;
+    server->setStatus(kRemoteApply, grpc::StatusCode::UNAVAILABLE);
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::signalGrpcThreadApplyRemoteAppResult);
+    facade.grpcThreadApplyForRemoteApp(QStringLiteral("app"), QStringLiteral("someone"));
+    QTRY_COMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(1).toBool(), false);
+    const RemoteAppApplyResp reply = spy.at(0).at(0).value<RemoteAppApplyResp>();
+    QCOMPARE(reply.error.errorCode, 14);
+    QCOMPARE(reply.controlPolicy.fontSize, 12);
+    QCOMPARE(reply.controlPolicy.color, QStringLiteral("000000"));
+    QCOMPARE(reply.controlPolicy.userDefine, QStringLiteral("Desktop Watermark"));
+    facade.stop();
+}
+
+void TestApplications::remoteAppList()
+{
+    client::RemoteAppListResp message;
+    for (const char* name : {"Word", "Excel", "Paint"}) {
+        client::RemoteAppInfo* app = message.add_app_list();
+        app->set_displayname(name);
+        app->set_iconurl(std::string("icon:") + name);
+        app->set_type(7);
+    }
+    message.mutable_error()->set_error_msg_en("partial");
+    vditest::LogCapture log;
+    tagRemoteAppListResp reply;
+    H::fromRemoteAppListResp(message, reply);
+    QCOMPARE(reply.appList.size(), 3);
+    QCOMPARE(reply.appList.at(2).displayName, QStringLiteral("Paint"));
+    QCOMPARE(reply.appList.at(2).iconUrl, QStringLiteral("icon:Paint"));
+    QCOMPARE(reply.error.errorMsgEn, QStringLiteral("partial"));
+    QVERIFY2(log.contains(QStringLiteral("[ fromRemoteAppListResp ] static void VdiDesktopGrpcHelper::fromRemoteAppListResp("),
+                          QtDebugMsg),
+             qPrintable(log.dump()));
+    QVERIFY(log.contains(QStringLiteral(" grpcRemoteAppListResp.app_list_size() =  3"), QtDebugMsg));
+}
+
+void TestApplications::shareTerminalList_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("serverCode");
+    QTest::addColumn<int>("terminals");
+    QTest::addColumn<bool>("flag");
+    QTest::addColumn<int>("errorCode");
+    QTest::addColumn<QString>("text");
+    const QString server = QStringLiteral("server text");
+    QTest::newRow("empty list") << 0 << 0 << 0 << false << 0 << kNoShareTerminal;
+    QTest::newRow("empty list, server error") << 0 << 7 << 0 << false << 7 << kNoShareTerminal;
+    QTest::newRow("one terminal, server error") << 0 << 5 << 1 << false << 5 << server;
+    QTest::newRow("one terminal") << 0 << 0 << 1 << true << 0 << server;
+    QTest::newRow("failed call") << int(grpc::StatusCode::UNAVAILABLE) << 0 << 0 << false << 14
+                                 << QStringLiteral("服务器连接失败，请检查网络等相关配置或联系管理员。");
+}
+
+void TestApplications::shareTerminalList()
+{
+    QFETCH(int, status);
+    QFETCH(int, serverCode);
+    QFETCH(int, terminals);
+    QFETCH(bool, flag);
+    QFETCH(int, errorCode);
+    QFETCH(QString, text);
+    vditest::TestServer server;
+    client::ShareTerminalInfoResp reply;
+    reply.mutable_error()->set_error_code(serverCode);
+    reply.mutable_error()->set_error_msg_zh("server text");
+    for (int i = 0; i < terminals; ++i)
+        reply.add_terminal_list()->set_device_id("share-" + std::to_string(i));
+    vdifake::Script script;
+    script.code = grpc::StatusCode(status);
+    script.replyBytes = reply.SerializeAsString();
+    server->setScript(kShareList, script);
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::queryShareTerminalInfoResult);
+
+    emit facade.queryShareTerminalInfo(tagShareTerminalInfoRequest{QStringLiteral("me")});
+    QTRY_COMPARE(spy.count(), 1);
+    const ShareTerminalInfoReply answer = spy.at(0).at(0).value<ShareTerminalInfoReply>();
+    QCOMPARE(spy.at(0).at(1).toBool(), flag);
+    QCOMPARE(answer.error.errorCode, errorCode);
+    QCOMPARE(answer.error.errorMsgZh, text);
+    QCOMPARE(answer.terminalList.size(), status == 0 ? terminals : 0);
+    facade.stop();
+}
+
+// Before initConnection: the permission is refused naming the application, the remote
+// application is dropped without an answer or a rebuild, and the worker goes on serving.
+void TestApplications::beforeAnyConnection()
+{
+    VdiDesktopGrpcThread facade;
+    QSignalSpy permitted(&facade, &VdiDesktopGrpcThread::signalGrpcThreadSaasAppResult);
+    QSignalSpy applied(&facade, &VdiDesktopGrpcThread::signalGrpcThreadApplyRemoteAppResult);
+    QSignalSpy listed(&facade, &VdiDesktopGrpcThread::signalGrpcThreadGetSaasAppListResult);
+    vditest::LogCapture log;
+
+    facade.grpcThreadQuerySaasApp(saasApp());
+    QTRY_COMPARE(permitted.count(), 1);
+    QCOMPARE(permitted.at(0).at(1).toBool(), false);
+    const SaasAppResp refused = permitted.at(0).at(0).value<SaasAppResp>();
+    compareApp(refused.appInfo, saasApp());
+    QCOMPARE(refused.error.errorCode, 5);
+
+    log.clear();
+    facade.grpcThreadApplyForRemoteApp(QStringLiteral("app"), QStringLiteral("someone"));
+    QVERIFY(!applied.wait(300));
+    QVERIFY(log.contains(QStringLiteral("slotGrpcWorkerApplyRemoteApp ]  stub is null."), QtCriticalMsg));
+    QVERIFY(!log.contains(QStringLiteral(" UNAVAILABLE")));
+    QVERIFY(!log.contains(QStringLiteral("restart now!")));
+
+    facade.grpcThreadGetSaasAppList();
+    QTRY_COMPARE(listed.count(), 1);
+    QCOMPARE(listed.at(0).at(1).toBool(), false);
+    facade.stop();
+}
+
+VDI_TEST_MAIN(TestApplications)
+#include "tst_applications.moc"
