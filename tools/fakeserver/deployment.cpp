@@ -2,6 +2,10 @@
 
 #include "fakeserver.h"
 
+#include <QBuffer>
+
+#include <quazip5/quazip.h>
+
 #include <google/protobuf/descriptor.h>
 
 #include "client/client_core.pb.h"
@@ -14,6 +18,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <iterator>
+#include <mutex>
 
 namespace vdifake {
 
@@ -21,6 +26,8 @@ const char* const SimulatedDeployment::kDefaultUserName = "demo-user";
 const char* const SimulatedDeployment::kDefaultUserPassword = "demo-password";
 const char* const SimulatedDeployment::kDefaultGatewayUserName = "gw-user";
 const char* const SimulatedDeployment::kDefaultGatewayPassword = "gw-password";
+const char* const SimulatedDeployment::kDefaultLdapUserName = "ldap-user";
+const char* const SimulatedDeployment::kDefaultLdapPassword = "ldap-password";
 
 namespace {
 
@@ -36,6 +43,19 @@ const char* const kRegisterDeviceMethod = "/client.ClientCore/RegisterDevice";
 const char* const kReportSuccessMethod = "/client.ClientCore/ReportSuccess";
 const char* const kUsbNotifyMethod = "/client.ClientCore/USBNotify";
 const char* const kRedirectStatusMethod = "/client.ClientCore/reportRedirectStatus";
+const char* const kCheckPasswordMethod = "/client.ClientCore/CheckPassword";
+const char* const kCheckLdapPasswordMethod = "/client.ClientCore/CheckAndSaveLdapPassword";
+const char* const kModifyPasswordMethod = "/client.ClientCore/ModifyPassword";
+const char* const kGetCodeMethod = "/client.ClientCore/getCode";
+const char* const kRemoteAppListMethod = "/client.ClientCore/GetRemoteAppList";
+const char* const kConnectAppInfoMethod = "/client.ClientCore/getConnectAppInfo";
+const char* const kSaasAppListMethod = "/client.ClientCore/querySaasAppList";
+const char* const kSaasAppMethod = "/client.ClientCore/querySaasApp";
+const char* const kShareTerminalInfoMethod = "/client.ClientCore/queryShareTerminalInfo";
+const char* const kShareTerminalTransferMethod = "/client.ClientCore/transferDesktopToShareTerminal";
+const char* const kShareTerminalLoginMethod = "/client.ClientCore/LoginOakdeskOnShareTerminal";
+const char* const kHelpReportMethod = "/client.ClientCore/onekeyHelp";
+const char* const kHelpUploadMethod = "/client.ClientCore/onekeyHelpUseGateway";
 const char* const kCheckAuthStatusMethod = "/gateway.GatewayCore/CheckAuthStatus";
 const char* const kLoginGatewayMethod = "/gateway.GatewayCore/LoginGateway";
 const char* const kTokenKey = "gatewayaccesstoken";
@@ -52,7 +72,11 @@ const char* const kOpenClientMethods[] = {
 
 const int64_t kFarFuture = 4102444800;  // 2100-01-01 00:00:00 UTC
 const int64_t kTokenLifetimeSeconds = 24 * 3600;
+// Where a phone scanning a login code would go; the ticket is appended.
+const char* const kQrLoginUrl = "https://127.0.0.1:8443/qrlogin?ticket=";
 const size_t kMaxDesktopNameBytes = 64;
+// Where the catalogues' icons are; the icon's stem and ".png" are appended.
+const char* const kIconUrl = "https://127.0.0.1:8443/icons/";
 
 const char* const kRunning = "running";
 const char* const kShutdown = "shutdown";
@@ -158,6 +182,36 @@ void fillPool(const PoolTemplate& t, client::PoolInfo* pool)
     fillExtendOp(pool->mutable_extend_op(), t.snapshots);
 }
 
+// The control policy of a desktop or of a remote application. One that keeps data in allows
+// no drives and read-only USB storage only, and shows the watermark.
+void fillControlPolicy(client::ControlPolicy* policy, bool keepDataIn, const std::string& watermarkText,
+                       int watermarkFontSize)
+{
+    client::SharePolicy* share = policy->mutable_share_policy();
+    share->set_drivers(keepDataIn ? 0 : 1);
+    share->set_clipboard(1);
+    share->set_rdp_clipboard(1);
+    share->set_vdp_clipboard(1);
+    share->set_printers(1);
+    client::USBPolicy* usb = policy->mutable_usb_policy();
+    usb->set_enable(1);
+    usb->set_usbredirectstorage(1);
+    usb->set_store_readonly(keepDataIn ? 1 : 0);
+    usb->set_usbredirectprinter(1);
+    client::WatermarkPolicy* watermark = policy->mutable_watermark_policy();
+    watermark->set_enable(keepDataIn ? 1 : 0);
+    watermark->set_show_user_name(1);
+    watermark->set_show_time(1);
+    watermark->set_color("808080");
+    watermark->set_font_size(watermarkFontSize);
+    watermark->set_transparent(20);
+    watermark->set_user_define(watermarkText);
+    watermark->set_rotation_angle(30);
+    watermark->set_show_position(1);
+    policy->mutable_video_policy()->set_spicetls(1);
+    policy->set_reconnection_network_time(60);
+}
+
 std::string makeUuid(uint32_t seed, const PoolTemplate& t, int k, uint32_t h)
 {
     return hex(seed, 8) + '-' + hex(static_cast<uint64_t>(t.id), 4) + "-4" + hex(static_cast<uint64_t>(k), 3) + "-8"
@@ -183,6 +237,11 @@ void setError(common::ErrorData* error, int code, const char* zh, const char* en
     error->set_error_msg_en(en);
 }
 
+void setWrongCredentials(common::ErrorData* error)
+{
+    setError(error, SimulatedDeployment::WrongCredentials, "用户名或密码错误", "wrong user name or password");
+}
+
 void setNoSuchDesktop(common::ErrorData* error)
 {
     setError(error, SimulatedDeployment::NoSuchDesktop, "虚拟机不存在", "no such desktop");
@@ -191,6 +250,11 @@ void setNoSuchDesktop(common::ErrorData* error)
 void setNotRunning(common::ErrorData* error)
 {
     setError(error, SimulatedDeployment::DesktopNotRunning, "虚拟机未运行", "the desktop is not running");
+}
+
+void setNoSuchShareTerminal(common::ErrorData* error)
+{
+    setError(error, SimulatedDeployment::NoSuchShareTerminal, "共享终端不存在", "no such share terminal");
 }
 
 bool answerWith(const google::protobuf::Message& reply, Script* answer)
@@ -233,12 +297,103 @@ bool passwordMatches(const std::map<std::string, std::string>& users, const std:
     return it != users.end() && it->second == password;
 }
 
+// CheckPassword and CheckAndSaveLdapPassword alike: name and password against one set of users.
+bool answerCredentialCheck(const RecordedCall& call, const std::map<std::string, std::string>& users,
+                           Script* answer)
+{
+    client::CheckPasswordReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("password check", *answer);
+        return true;
+    }
+    client::CheckPasswordResp reply;
+    const client::ClientBaseInfo& base = request.client_base_info();
+    if (!passwordMatches(users, base.name(), base.password()))
+        setWrongCredentials(reply.mutable_error());
+    return answerWith(reply, answer);
+}
+
+// ---- The catalogues and the share terminals -------------------------------------------------
+
+struct RemoteAppTemplate {
+    const char* displayName;
+    const char* alias;      // the program the terminal server starts; also the icon's stem
+    int type;               // as the catalogue sorts it: 1 office, 2 engineering
+    const char* host;       // the terminal server
+    bool keepDataIn;        // no drives, read-only USB storage and a watermark
+    int watermarkFontSize;
+};
+
+const RemoteAppTemplate kRemoteApps[] = {
+    {"Word", "winword", 1, "10.10.3.21", true, 14},
+    {"Excel", "excel", 1, "10.10.3.21", true, 14},
+    {"CAD Viewer", "cadviewer", 2, "10.10.3.22", false, 18},
+};
+
+struct SaasAppTemplate {
+    const char* name;
+    const char* iconStem;
+    const char* address;
+    const char* description;
+    const char* ssoProtocol;
+    const char* onlyUser;  // the one user who may open it; null: every user
+};
+
+const SaasAppTemplate kSaasApps[] = {
+    {"Mail", "mail", "https://mail.vdi.local/", "Mail and calendar", "oauth2", nullptr},
+    {"Wiki", "wiki", "https://wiki.vdi.local/", "The teams' knowledge base", "saml2", nullptr},
+    {"Code review", "review", "https://review.vdi.local/", "Reviews of the engineering changes", "oidc",
+     SimulatedDeployment::kDefaultUserName},
+    {"Payroll", "payroll", "https://payroll.vdi.local/", "Salaries and payslips", "cas", "payroll-admin"},
+};
+
+struct ShareTerminalTemplate {
+    const char* deviceId;
+    const char* shareName;
+};
+
+const ShareTerminalTemplate kShareTerminals[] = {
+    {"share-term-01", "Meeting room A"},
+    {"share-term-02", "Reception desk"},
+};
+
+// The entry of a table whose `key` is `name`, or null.
+template <class T, size_t N>
+const T* findEntry(const T (&table)[N], const char* const T::*key, const std::string& name)
+{
+    for (const T& entry : table) {
+        if (name == entry.*key)
+            return &entry;
+    }
+    return nullptr;
+}
+
+std::string iconUrl(const char* stem)
+{
+    return std::string(kIconUrl) + stem + ".png";
+}
+
+// Adds a record under its lock, then tells the observer, if any, outside that lock, so that a
+// reader copying the list never waits for a log line to be written.
+template <class Record>
+void keepRecord(std::mutex& mutex, std::vector<Record>& records,
+                const std::function<void(const Record&)>& observer, const Record& record)
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        records.push_back(record);
+    }
+    if (observer)
+        observer(record);
+}
+
 } // namespace
 
 SimulatedDeployment::SimulatedDeployment()
 {
     m_users[kDefaultUserName] = kDefaultUserPassword;
     m_gatewayUsers[kDefaultGatewayUserName] = kDefaultGatewayPassword;
+    m_ldapUsers[kDefaultLdapUserName] = kDefaultLdapPassword;
 }
 
 void SimulatedDeployment::addUser(const QString& name, const QString& password)
@@ -261,6 +416,16 @@ void SimulatedDeployment::setGatewayUsers(const std::map<QString, QString>& user
     m_gatewayUsers = toStd(users);
 }
 
+void SimulatedDeployment::addLdapUser(const QString& name, const QString& password)
+{
+    m_ldapUsers[name.toStdString()] = password.toStdString();
+}
+
+void SimulatedDeployment::setLdapUsers(const std::map<QString, QString>& users)
+{
+    m_ldapUsers = toStd(users);
+}
+
 std::map<QString, QString> SimulatedDeployment::users() const
 {
     return toQt(m_users);
@@ -269,6 +434,11 @@ std::map<QString, QString> SimulatedDeployment::users() const
 std::map<QString, QString> SimulatedDeployment::gatewayUsers() const
 {
     return toQt(m_gatewayUsers);
+}
+
+std::map<QString, QString> SimulatedDeployment::ldapUsers() const
+{
+    return toQt(m_ldapUsers);
 }
 
 void SimulatedDeployment::setApplyOverruns(int count)
@@ -281,12 +451,56 @@ int SimulatedDeployment::applyOverrunsLeft() const
     return m_applyOverruns;
 }
 
+std::vector<SimulatedDeployment::ShareTerminalTransfer> SimulatedDeployment::shareTerminalTransfers() const
+{
+    std::lock_guard<std::mutex> lock(m_recordsMutex);
+    return m_transfers;
+}
+
+std::vector<SimulatedDeployment::ShareTerminalLogin> SimulatedDeployment::shareTerminalLogins() const
+{
+    std::lock_guard<std::mutex> lock(m_recordsMutex);
+    return m_shareLogins;
+}
+
+void SimulatedDeployment::setShareTerminalObservers(std::function<void(const ShareTerminalTransfer&)> onTransfer,
+                                                    std::function<void(const ShareTerminalLogin&)> onLogin)
+{
+    m_onTransfer = std::move(onTransfer);
+    m_onShareLogin = std::move(onLogin);
+}
+
+std::vector<SimulatedDeployment::HelpReport> SimulatedDeployment::helpReports() const
+{
+    std::lock_guard<std::mutex> lock(m_recordsMutex);
+    return m_helpReports;
+}
+
+std::vector<SimulatedDeployment::HelpUpload> SimulatedDeployment::helpUploads() const
+{
+    std::lock_guard<std::mutex> lock(m_recordsMutex);
+    return m_helpUploads;
+}
+
+void SimulatedDeployment::setHelpObservers(std::function<void(const HelpReport&)> onReport,
+                                           std::function<void(const HelpUpload&)> onUpload)
+{
+    m_onHelpReport = std::move(onReport);
+    m_onHelpUpload = std::move(onUpload);
+}
+
 void SimulatedDeployment::install(FakeServer& server, const QString& mode)
 {
     m_gatewayMode = mode == QLatin1String("gateway");
 
-    // The controller methods this deployment answers itself, behind the gateway's token check.
-    const std::pair<const char*, Answer> answered[] = {
+    // The controller methods this deployment answers itself, behind the gateway's token check
+    // but for the help calls, which a client sends without any metadata.
+    struct Answered {
+        const char* path;
+        Answer answer;
+        bool guarded = true;
+    };
+    const Answered answered[] = {
         {kLoginMethod, &SimulatedDeployment::answerLogin},
         {kOperateForVmMethod, &SimulatedDeployment::answerOperateForVm},
         {kRecoverVmMethod, &SimulatedDeployment::answerRecoverVm},
@@ -299,16 +513,30 @@ void SimulatedDeployment::install(FakeServer& server, const QString& mode)
         {kReportSuccessMethod, &SimulatedDeployment::answerReportSuccess},
         {kUsbNotifyMethod, &SimulatedDeployment::answerUsbNotify},
         {kRedirectStatusMethod, &SimulatedDeployment::answerRedirectStatus},
+        {kCheckPasswordMethod, &SimulatedDeployment::answerCheckPassword},
+        {kCheckLdapPasswordMethod, &SimulatedDeployment::answerCheckLdapPassword},
+        {kModifyPasswordMethod, &SimulatedDeployment::answerModifyPassword},
+        {kGetCodeMethod, &SimulatedDeployment::answerGetCode},
+        {kRemoteAppListMethod, &SimulatedDeployment::answerRemoteAppList},
+        {kConnectAppInfoMethod, &SimulatedDeployment::answerConnectAppInfo},
+        {kSaasAppListMethod, &SimulatedDeployment::answerSaasAppList},
+        {kSaasAppMethod, &SimulatedDeployment::answerSaasApp},
+        {kShareTerminalInfoMethod, &SimulatedDeployment::answerShareTerminalInfo},
+        {kShareTerminalTransferMethod, &SimulatedDeployment::answerShareTerminalTransfer},
+        {kShareTerminalLoginMethod, &SimulatedDeployment::answerShareTerminalLogin},
+        {kHelpReportMethod, &SimulatedDeployment::answerHelpReport, false},
+        {kHelpUploadMethod, &SimulatedDeployment::answerHelpUpload, false},
     };
     std::set<std::string> handled;
     for (const auto& entry : answered) {
-        const Answer answerCall = entry.second;
-        server.setResponder(entry.first, [this, answerCall](const RecordedCall& call, Script* answer) {
-            if (m_gatewayMode && refuseWithoutToken(call, answer))
+        const Answer answerCall = entry.answer;
+        const bool guarded = entry.guarded;
+        server.setResponder(entry.path, [this, answerCall, guarded](const RecordedCall& call, Script* answer) {
+            if (guarded && m_gatewayMode && refuseWithoutToken(call, answer))
                 return true;
             return (this->*answerCall)(call, answer);
         });
-        handled.insert(entry.first);
+        handled.insert(entry.path);
     }
 
     const google::protobuf::ServiceDescriptor* clientCore =
@@ -368,7 +596,7 @@ bool SimulatedDeployment::answerLogin(const RecordedCall& call, Script* answer)
     bool accepted = false;
     if (kind.empty() || kind == "0" || kind == "3") {
         user = base.name();
-        accepted = passwordMatches(m_users, user, base.password());
+        accepted = passwordMatches(kind == "3" ? m_ldapUsers : m_users, user, base.password());
     } else if (kind == "2") {
         user = base.name();
         accepted = !base.sms_code().empty() && passwordMatches(m_users, user, base.password());
@@ -384,7 +612,7 @@ bool SimulatedDeployment::answerLogin(const RecordedCall& call, Script* answer)
 
     client::LoginResp reply;
     if (!accepted) {
-        setError(reply.mutable_error(), 1, "用户名或密码错误", "wrong user name or password");
+        setWrongCredentials(reply.mutable_error());
         *answer = replyScript(reply, *answer);
         return true;
     }
@@ -434,6 +662,259 @@ bool SimulatedDeployment::answerLoginGateway(const RecordedCall& call, Script* a
     }
     *answer = replyScript(reply, *answer);
     return true;
+}
+
+// ---- Passwords and login codes -------------------------------------------------------------
+
+bool SimulatedDeployment::answerCheckPassword(const RecordedCall& call, Script* answer)
+{
+    return answerCredentialCheck(call, m_users, answer);
+}
+
+bool SimulatedDeployment::answerCheckLdapPassword(const RecordedCall& call, Script* answer)
+{
+    return answerCredentialCheck(call, m_ldapUsers, answer);
+}
+
+bool SimulatedDeployment::answerModifyPassword(const RecordedCall& call, Script* answer)
+{
+    client::ModifyPasswordReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("password change", *answer);
+        return true;
+    }
+    client::ModifyPasswordResp reply;
+    const client::ClientBaseInfo& base = request.client_base_info();
+    if (!passwordMatches(m_users, base.name(), base.password()))
+        setWrongCredentials(reply.mutable_error());
+    else if (request.password_new().empty())
+        setError(reply.mutable_error(), NewPasswordMissing, "新密码不能为空", "the new password is empty");
+    else
+        m_users[base.name()] = request.password_new();
+    return answerWith(reply, answer);
+}
+
+bool SimulatedDeployment::answerGetCode(const RecordedCall& call, Script* answer)
+{
+    client::CodeReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("login code", *answer);
+        return true;
+    }
+    client::CodeResp reply;
+    const std::string ticket = "qr-ticket-" + std::to_string(++m_codeCounter);
+    reply.set_codesource(request.codesource());
+    reply.set_codetype(request.codetype());
+    reply.set_ticket(ticket);
+    reply.set_qrcodeurl(kQrLoginUrl + ticket);
+    return answerWith(reply, answer);
+}
+
+// ---- Application catalogues ----------------------------------------------------------------
+
+bool SimulatedDeployment::answerRemoteAppList(const RecordedCall& call, Script* answer)
+{
+    client::LoginReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("remote application list", *answer);
+        return true;
+    }
+    client::RemoteAppListResp reply;
+    for (const RemoteAppTemplate& app : kRemoteApps) {
+        client::RemoteAppInfo* item = reply.add_app_list();
+        item->set_displayname(app.displayName);
+        item->set_iconurl(iconUrl(app.alias));
+        item->set_type(app.type);
+    }
+    return answerWith(reply, answer);
+}
+
+bool SimulatedDeployment::answerConnectAppInfo(const RecordedCall& call, Script* answer)
+{
+    client::RemoteAppInfoReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("remote application", *answer);
+        return true;
+    }
+    client::RemoteAppInfoResp reply;
+    const RemoteAppTemplate* app = findEntry(kRemoteApps, &RemoteAppTemplate::displayName, request.displayname());
+    if (!app) {
+        setError(reply.mutable_error(), NoSuchRemoteApp, "远程应用不存在", "no such remote application");
+        return answerWith(reply, answer);
+    }
+    reply.set_appid(std::string("app-") + app->alias);
+    reply.set_fulladdress(std::string("rdp://") + app->host + ":3389/" + app->alias);
+    reply.set_iconurl(iconUrl(app->alias));
+    reply.set_displayname(app->displayName);
+    reply.set_alias(app->alias);
+    // The watermark names whoever the application was handed to.
+    const std::string& user = request.username();
+    fillControlPolicy(reply.mutable_control_policy(), app->keepDataIn,
+                      user.empty() ? std::string("Internal") : "Internal - " + user, app->watermarkFontSize);
+    return answerWith(reply, answer);
+}
+
+bool SimulatedDeployment::answerSaasAppList(const RecordedCall& call, Script* answer)
+{
+    client::ClientBaseInfo request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("SaaS application list", *answer);
+        return true;
+    }
+    // The whole catalogue, also the applications the caller may not open: querySaasApp tells.
+    client::SaasAppListResp reply;
+    for (const SaasAppTemplate& app : kSaasApps) {
+        client::SaasAppInfo* item = reply.add_app_list();
+        item->set_appname(app.name);
+        item->set_iconurl(iconUrl(app.iconStem));
+        item->set_appaddress(app.address);
+        item->set_description(app.description);
+        item->set_ssoprotocol(app.ssoProtocol);
+    }
+    return answerWith(reply, answer);
+}
+
+bool SimulatedDeployment::answerSaasApp(const RecordedCall& call, Script* answer)
+{
+    client::SaasAppReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("SaaS application", *answer);
+        return true;
+    }
+    common_message::VoidResp reply;
+    const SaasAppTemplate* app = findEntry(kSaasApps, &SaasAppTemplate::name, request.saasappinfo().appname());
+    if (!app)
+        setError(reply.mutable_error(), NoSuchSaasApp, "SaaS应用不存在", "no such SaaS application");
+    else if (app->onlyUser && callerOf(request.clientbaseinfo()) != app->onlyUser)
+        setError(reply.mutable_error(), SaasAppRefused, "无权访问该应用", "you may not open this application");
+    return answerWith(reply, answer);
+}
+
+// ---- Share terminals -----------------------------------------------------------------------
+
+bool SimulatedDeployment::answerShareTerminalInfo(const RecordedCall& call, Script* answer)
+{
+    client::ShareTerminalInfoReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("share terminal list", *answer);
+        return true;
+    }
+    client::ShareTerminalInfoResp reply;
+    for (const ShareTerminalTemplate& terminal : kShareTerminals) {
+        client::ShareTerminalInfo* item = reply.add_terminal_list();
+        item->set_device_id(terminal.deviceId);
+        item->set_terminal_share_name(terminal.shareName);
+    }
+    return answerWith(reply, answer);
+}
+
+bool SimulatedDeployment::answerShareTerminalTransfer(const RecordedCall& call, Script* answer)
+{
+    client::TransDeskToShareTerminalReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("share terminal transfer", *answer);
+        return true;
+    }
+    common::ErrorData reply;
+    if (!findEntry(kShareTerminals, &ShareTerminalTemplate::deviceId, request.dst_device_id()))
+        setNoSuchShareTerminal(&reply);
+    else if (!findDesktop(0, request.vm_uuid()))
+        setNoSuchDesktop(&reply);
+
+    ShareTerminalTransfer transfer;
+    transfer.fromDevice = QString::fromStdString(request.device_id());
+    transfer.vmUuid = QString::fromStdString(request.vm_uuid());
+    transfer.toDevice = QString::fromStdString(request.dst_device_id());
+    transfer.vdpFileBytes = static_cast<int>(request.vdp_file_data().size());
+    transfer.errorCode = reply.error_code();
+    keepRecord(m_recordsMutex, m_transfers, m_onTransfer, transfer);
+    return answerWith(reply, answer);
+}
+
+bool SimulatedDeployment::answerShareTerminalLogin(const RecordedCall& call, Script* answer)
+{
+    client::LoginOakdeskOnShareTerminalReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("share terminal login", *answer);
+        return true;
+    }
+    common::ErrorData reply;
+    if (!findEntry(kShareTerminals, &ShareTerminalTemplate::deviceId, request.device_id()))
+        setNoSuchShareTerminal(&reply);
+    else if (!passwordMatches(m_users, request.username(), request.password()))
+        setWrongCredentials(&reply);
+
+    ShareTerminalLogin login;
+    login.device = QString::fromStdString(request.device_id());
+    login.userName = QString::fromStdString(request.username());
+    login.errorCode = reply.error_code();
+    keepRecord(m_recordsMutex, m_shareLogins, m_onShareLogin, login);
+    return answerWith(reply, answer);
+}
+
+// ---- One-key help ----------------------------------------------------------------------------
+
+bool SimulatedDeployment::answerHelpReport(const RecordedCall& call, Script* answer)
+{
+    client::OnekeyHelpReq request;
+    if (!parseRequest(call, &request)) {
+        *answer = unparsed("help report", *answer);
+        return true;
+    }
+    client::OnekeyHelpResp reply;
+    reply.set_taskid(m_nextTaskId++);
+    HelpReport report;
+    report.taskId = reply.taskid();
+    report.realName = QString::fromStdString(request.realname());
+    report.problemType = QString::fromStdString(request.problemtype());
+    report.getLog = request.getlog();
+    report.screenShotUrl = QString::fromStdString(request.screenshoturl());
+    report.ip = QString::fromStdString(request.ip());
+    report.useGateway = request.usegateway();
+    keepRecord(m_recordsMutex, m_helpReports, m_onHelpReport, report);
+    return answerWith(reply, answer);
+}
+
+// The zip is put together in memory from its chunks and opened there; nothing is written.
+bool SimulatedDeployment::answerHelpUpload(const RecordedCall& call, Script* answer)
+{
+    HelpUpload upload;
+    client::onekeyHelpUploadResp reply;
+    QByteArray zip;
+    for (size_t i = 0; i < call.requests.size(); ++i) {
+        client::onekeyHelpUploadReq message;
+        if (!message.ParseFromString(call.requests[i]))
+            continue;
+        if (message.has_onekeyhelpuploadreqmeta() && i == 0) {
+            const client::onekeyHelpUploadReqMeta& meta = message.onekeyhelpuploadreqmeta();
+            upload.taskId = meta.taskid();
+            upload.fileName = QString::fromStdString(meta.filename());
+            upload.fileType = QString::fromStdString(meta.filetype());
+        } else if (message.oneof_content_case() == client::onekeyHelpUploadReq::kContent) {
+            zip.append(message.content().data(), static_cast<int>(message.content().size()));
+            ++upload.chunks;
+        }
+    }
+    upload.bytes = zip.size();
+    if (upload.fileName.isEmpty() && upload.fileType.isEmpty()) {
+        upload.code = HelpUploadWithoutMeta;
+    } else {
+        QBuffer buffer(&zip);
+        QuaZip archive(&buffer);
+        if (archive.open(QuaZip::mdUnzip)) {
+            upload.entries = archive.getFileNameList();
+            archive.close();
+        } else {
+            upload.code = HelpUploadNotZip;
+        }
+    }
+    reply.set_code(upload.code);
+    if (upload.code == HelpUploadWithoutMeta)
+        setError(reply.mutable_error(), HelpUploadWithoutMeta, "上传缺少文件信息", "the upload did not start with its meta data");
+    else if (upload.code == HelpUploadNotZip)
+        setError(reply.mutable_error(), HelpUploadNotZip, "上传的文件不是zip文件", "the uploaded file is not a readable zip");
+    keepRecord(m_recordsMutex, m_helpUploads, m_onHelpUpload, upload);
+    return answerWith(reply, answer);
 }
 
 // ---- The desktops ---------------------------------------------------------------------------
@@ -545,32 +1026,8 @@ void SimulatedDeployment::fillVmInfo(const Desktop& desktop, client::VmInfo* vm)
     address->set_mac(desktop.mac);
     address->add_ip_list(desktop.ip);
 
-    // Office pools keep data in: no drives, read-only USB storage and a watermark.
-    const bool office = t.type == 1;
-    client::ControlPolicy* policy = vm->mutable_control_policy();
-    client::SharePolicy* share = policy->mutable_share_policy();
-    share->set_drivers(office ? 0 : 1);
-    share->set_clipboard(1);
-    share->set_rdp_clipboard(1);
-    share->set_vdp_clipboard(1);
-    share->set_printers(1);
-    client::USBPolicy* usb = policy->mutable_usb_policy();
-    usb->set_enable(1);
-    usb->set_usbredirectstorage(1);
-    usb->set_store_readonly(office ? 1 : 0);
-    usb->set_usbredirectprinter(1);
-    client::WatermarkPolicy* watermark = policy->mutable_watermark_policy();
-    watermark->set_enable(office ? 1 : 0);
-    watermark->set_show_user_name(1);
-    watermark->set_show_time(1);
-    watermark->set_color("808080");
-    watermark->set_font_size(12);
-    watermark->set_transparent(20);
-    watermark->set_user_define("Internal");
-    watermark->set_rotation_angle(30);
-    watermark->set_show_position(1);
-    policy->mutable_video_policy()->set_spicetls(1);
-    policy->set_reconnection_network_time(60);
+    // Office pools keep data in.
+    fillControlPolicy(vm->mutable_control_policy(), t.type == 1, "Internal", 12);
 }
 
 bool SimulatedDeployment::answerOperateForVm(const RecordedCall& call, Script* answer)

@@ -11,16 +11,24 @@
 //   deployment.install(server, mode);                       // dynamic answers on top
 //
 // What it answers:
-// - /client.ClientCore/Login checks the controller users. client_base_info.auth_type "0"
-//   (user and password; also when empty) and "3" (LDAP) check name and password, "2" (SMS)
-//   checks them and wants a non-empty sms_code, "1" (device login) accepts any non-empty
-//   device_id and uses it as the user name. Wrong credentials: status OK and
-//   error { error_code: 1 error_msg_zh: "用户名或密码错误" error_msg_en: "wrong user name or
-//   password" }. Success: the user's identity and pools (two pool_list pools, one
-//   ex_pool_list pool, one to three desktops each). A user's desktops are made at the first
-//   login, always the same ones for the same user, and live on with what was done to them
-//   since: a later login or a refresh (refresh_flag "1") shows their present names, states
-//   and snapshots.
+// - /client.ClientCore/Login. client_base_info.auth_type "0" (user and password; also when
+//   empty) checks name and password against the controller users, "3" (LDAP) against the
+//   LDAP users, "2" (SMS) checks them against the controller users and wants a non-empty
+//   sms_code, "1" (device login) accepts any non-empty device_id and uses it as the user
+//   name. Wrong credentials: status OK and error { error_code: 1 error_msg_zh: "用户名或密码错误"
+//   error_msg_en: "wrong user name or password" }. Success: the user's identity and pools
+//   (two pool_list pools, one ex_pool_list pool, one to three desktops each). A user's
+//   desktops are made at the first login, always the same ones for the same user, and live
+//   on with what was done to them since: a later login or a refresh (refresh_flag "1") shows
+//   their present names, states and snapshots.
+// - Passwords and login codes. CheckPassword checks client_base_info.name and .password
+//   against the controller users, CheckAndSaveLdapPassword against the LDAP users (the
+//   domain is not looked at); wrong credentials get the login's error 1. ModifyPassword
+//   checks the name and the old password (.password) against the controller users and sets
+//   password_new, which later logins and checks want; an empty password_new is
+//   error { error_code: NewPasswordMissing, zh and en text }. getCode answers a QR login
+//   code: codeSource and codeType as asked, a fresh ticket "qr-ticket-<n>" and a qrcodeUrl
+//   that carries it.
 // - The desktops. A call names one by client_base_info.vmUuid (content.vmUuid in Snapshot
 //   and ReportSuccess; target_vm in USBNotify, vm_uuid in reportRedirectStatus; VmReq in
 //   queryVmDetailInfo), else by its vm_id; a desktop no login has listed is answered
@@ -42,6 +50,34 @@
 //   device (device_id, else mac).
 // - setApplyOverruns(n): the next n ApplyForVm calls end DEADLINE_EXCEEDED at once, as when
 //   the controller takes too long to prepare a desktop.
+// - The remote applications. GetRemoteAppList answers the catalogue: three applications
+//   published from terminal servers (displayName, iconUrl, type). getConnectAppInfo answers
+//   for one of them by displayName: its appId, an rdp:// fullAddress on its 10.10.3.x host,
+//   iconUrl, displayName, alias and a control_policy (share and USB policies, a watermark
+//   whose user_define text names the request's userName, its font size and colour, and
+//   reconnection_network_time); an unknown displayName is error { error_code: NoSuchRemoteApp,
+//   zh and en text }.
+// - The SaaS applications. querySaasAppList answers four applications (appName, iconUrl,
+//   appAddress, description, ssoProtocol). querySaasApp answers, by saasAppInfo.appName,
+//   whether the caller (clientBaseInfo.name, device_id when empty) may open it: "Mail" and
+//   "Wiki" are open to every user, "Code review" to demo-user alone and "Payroll" to
+//   payroll-admin alone (a user the deployment does not have unless one is added); a refusal
+//   is error { error_code: SaasAppRefused, zh and en text }, an unknown name NoSuchSaasApp.
+// - The share terminals. queryShareTerminalInfo answers two terminals, "share-term-01" and
+//   "share-term-02", with their terminal_share_name. transferDesktopToShareTerminal hands a
+//   desktop (vm_uuid, one a login has listed) to a share terminal (dst_device_id);
+//   LoginOakdeskOnShareTerminal logs a controller user (userName and password) in on one
+//   (device_id). Both answer common.ErrorData: code 0 when done, NoSuchShareTerminal for an
+//   unknown terminal; then NoSuchDesktop for a transfer of an unknown desktop, the login's
+//   error 1 for a login with wrong credentials. Every such call is recorded, refused ones too
+//   (shareTerminalTransfers(), shareTerminalLogins()): the devices, the desktop, the size of
+//   vdp_file_data and the user name, never the password nor the file's content.
+// - One-key help. onekeyHelp answers every report with a fresh taskId (7001 and up) and
+//   records it (helpReports()). onekeyHelpUseGateway takes an upload: a meta message first
+//   (taskId, fileName, fileType), then the zip in Content chunks; it puts the zip together,
+//   lists its entries and records the upload (helpUploads()); code 0 when the zip could be
+//   read, else HelpUploadWithoutMeta or HelpUploadNotZip in code and error. A client sends
+//   these three calls without any metadata, so the gateway lets them through without a token.
 // - Gateway mode only:
 //   /gateway.GatewayCore/CheckAuthStatus answers auth_status 0 when the call's
 //   "gatewayaccesstoken" metadata is a token this deployment issued, else 1.
@@ -51,23 +87,32 @@
 //   Every /client.ClientCore/ method but the discovery ones (WhoAreYou, QueryNodes,
 //   queryAgentUseControllerIp, queryDeviceConfigInfo) and Heartbeat must carry an issued
 //   token; without one the call ends UNAUTHENTICATED "the gateway wants a token". With one,
-//   Login and the desktop calls are answered as above and the other methods by their
-//   scripts.
-// Methods not listed keep their scripts.
+//   Login, the desktop, password, application and share terminal calls are answered as above
+//   and the other methods by their scripts.
+// Methods not listed keep their scripts: the default scenario (scenario.cpp) has standing
+// answers for the login options, the upgrade offer, the branding, the file-sharing server,
+// the administrator's mail server, the terminal's authority password and the quantum binding.
 //
 // Threading and lifetime: the responders run on the server's threads, one at a time (the
 // server calls them under its state lock), and they are the only code that touches the
-// deployment's state once it is installed (the issued tokens, the desktops, the registered
-// devices), so that state needs no lock of its own. Configure the users before install(),
-// not afterwards; setApplyOverruns() may be called at any time. The object must outlive the
-// server's use of it: keep it alive until the FakeServer is destroyed, or until its
-// responders are cleared.
+// deployment's state once it is installed (the controller users, whose passwords
+// ModifyPassword changes, the issued tokens, the desktops, the registered devices), so that
+// state needs no lock of its own. Configure the users and the share terminal observers
+// before install(), not afterwards, and read users() before install() or once the server is
+// gone; setApplyOverruns() may be called at any time. The share terminal records are the
+// exception: the responders add to them and any thread may read them while the server runs,
+// so they have a small lock of their own, held only to add one record or to copy the list.
+// The object must outlive the server's use of it: keep it alive until the FakeServer is
+// destroyed, or until its responders are cleared.
 
 #include <QString>
+#include <QStringList>
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
 #include <utility>
@@ -91,6 +136,8 @@ public:
     static const char* const kDefaultUserPassword;     // "demo-password"
     static const char* const kDefaultGatewayUserName;  // "gw-user"
     static const char* const kDefaultGatewayPassword;  // "gw-password"
+    static const char* const kDefaultLdapUserName;     // "ldap-user"
+    static const char* const kDefaultLdapPassword;     // "ldap-password"
 
     // OperateForVm's op_type.
     enum DesktopOperation {
@@ -123,8 +170,62 @@ public:
         NotLoggedIn = 20,
         DeviceIdMissing = 21,
     };
+    // The error codes of the password calls; a wrong name or password is the login's code.
+    enum PasswordError {
+        WrongCredentials = 1,
+        NewPasswordMissing = 30,  // ModifyPassword with an empty password_new
+    };
+    // The error codes of the application and share terminal calls; an unknown desktop is
+    // NoSuchDesktop and wrong credentials are WrongCredentials.
+    enum ApplicationError {
+        NoSuchRemoteApp = 40,      // getConnectAppInfo with a displayName not in the catalogue
+        NoSuchSaasApp = 41,        // querySaasApp with an appName not in the catalogue
+        SaasAppRefused = 42,       // querySaasApp: the caller may not open that application
+        NoSuchShareTerminal = 43,  // a transfer to, or a login on, a terminal not listed
+    };
+    // The codes of a help upload.
+    enum HelpUploadError {
+        HelpUploadWithoutMeta = 50,  // the first message was not the meta message
+        HelpUploadNotZip = 51,       // what came in the chunks is no readable zip
+    };
 
-    // One controller user and one gateway user: the defaults above.
+    // A desktop handed to a share terminal, as recorded; refused transfers are recorded too.
+    struct ShareTerminalTransfer {
+        QString fromDevice;    // device_id: the terminal that hands the desktop on
+        QString vmUuid;
+        QString toDevice;      // dst_device_id: the share terminal
+        int vdpFileBytes = 0;  // the size of vdp_file_data; the content is not kept
+        int errorCode = 0;     // what the call was answered; 0: done
+    };
+    // A login on a share terminal, as recorded; the password is never kept.
+    struct ShareTerminalLogin {
+        QString device;    // device_id: the share terminal
+        QString userName;
+        int errorCode = 0;
+    };
+
+    // A help report, as recorded.
+    struct HelpReport {
+        int64_t taskId = 0;  // what it was answered
+        QString realName;
+        QString problemType;
+        int getLog = 0;
+        QString screenShotUrl;
+        QString ip;
+        int useGateway = 0;
+    };
+    // A help upload, as recorded: the zip put together from its chunks.
+    struct HelpUpload {
+        int64_t taskId = 0;
+        QString fileName;
+        QString fileType;
+        int64_t bytes = 0;  // of the zip, all chunks together
+        int chunks = 0;
+        QStringList entries;  // the zip's entries, as it lists them
+        int code = 0;         // what the upload was answered; 0: a readable zip
+    };
+
+    // One controller user, one gateway user and one LDAP user: the defaults above.
     SimulatedDeployment();
 
     SimulatedDeployment(const SimulatedDeployment&) = delete;
@@ -137,14 +238,35 @@ public:
     // The same for the gateway's users.
     void addGatewayUser(const QString& name, const QString& password);
     void setGatewayUsers(const std::map<QString, QString>& users);
+    // And for the users of the LDAP directory.
+    void addLdapUser(const QString& name, const QString& password);
+    void setLdapUsers(const std::map<QString, QString>& users);
 
     std::map<QString, QString> users() const;
     std::map<QString, QString> gatewayUsers() const;
+    std::map<QString, QString> ldapUsers() const;
 
     // The next `count` ApplyForVm calls (past the gateway's token check) end with
     // DEADLINE_EXCEEDED at once; 0 ends that. Safe while the server runs.
     void setApplyOverruns(int count);
     int applyOverrunsLeft() const;
+
+    // The share terminal calls recorded so far, in the order they came. Safe while the
+    // server runs.
+    std::vector<ShareTerminalTransfer> shareTerminalTransfers() const;
+    std::vector<ShareTerminalLogin> shareTerminalLogins() const;
+    // Called with each record as it is made: on a server thread, under the server's lock, so
+    // it must be thread-safe and quick and must not call into the FakeServer. Set before
+    // install().
+    void setShareTerminalObservers(std::function<void(const ShareTerminalTransfer&)> onTransfer,
+                                   std::function<void(const ShareTerminalLogin&)> onLogin);
+
+    // The help reports and uploads recorded so far, and observers of them, as for the share
+    // terminals above.
+    std::vector<HelpReport> helpReports() const;
+    std::vector<HelpUpload> helpUploads() const;
+    void setHelpObservers(std::function<void(const HelpReport&)> onReport,
+                          std::function<void(const HelpUpload&)> onUpload);
 
     // Sets the responders of `mode` ("controller" or "gateway") on the server. Unknown
     // modes install the controller's answers.
@@ -181,6 +303,19 @@ private:
     bool answerReportSuccess(const RecordedCall& call, Script* answer);
     bool answerUsbNotify(const RecordedCall& call, Script* answer);
     bool answerRedirectStatus(const RecordedCall& call, Script* answer);
+    bool answerCheckPassword(const RecordedCall& call, Script* answer);
+    bool answerCheckLdapPassword(const RecordedCall& call, Script* answer);
+    bool answerModifyPassword(const RecordedCall& call, Script* answer);
+    bool answerGetCode(const RecordedCall& call, Script* answer);
+    bool answerRemoteAppList(const RecordedCall& call, Script* answer);
+    bool answerConnectAppInfo(const RecordedCall& call, Script* answer);
+    bool answerSaasAppList(const RecordedCall& call, Script* answer);
+    bool answerSaasApp(const RecordedCall& call, Script* answer);
+    bool answerShareTerminalInfo(const RecordedCall& call, Script* answer);
+    bool answerShareTerminalTransfer(const RecordedCall& call, Script* answer);
+    bool answerShareTerminalLogin(const RecordedCall& call, Script* answer);
+    bool answerHelpReport(const RecordedCall& call, Script* answer);
+    bool answerHelpUpload(const RecordedCall& call, Script* answer);
     bool answerCheckAuthStatus(const RecordedCall& call, Script* answer);
     bool answerLoginGateway(const RecordedCall& call, Script* answer);
     // For a guarded method: an UNAUTHENTICATED answer when the call has no issued token.
@@ -196,13 +331,15 @@ private:
     static void fillVm(const Desktop& desktop, client::Vm* vm);
     static void fillVmInfo(const Desktop& desktop, client::VmInfo* vm);
 
-    std::map<std::string, std::string> m_users;         // name -> password
+    std::map<std::string, std::string> m_users;         // name -> password; ModifyPassword changes it
     std::map<std::string, std::string> m_gatewayUsers;  // name -> password
+    std::map<std::string, std::string> m_ldapUsers;     // name -> password
     bool m_gatewayMode = false;
 
     // Touched only inside the responders (serialized by the server's lock).
     std::set<std::string> m_issuedTokens;
     int m_tokenCounter = 0;
+    int m_codeCounter = 0;
     std::map<int64_t, Desktop> m_desktops;                       // by id
     std::map<std::string, int64_t> m_desktopIds;                 // uuid -> id
     std::map<std::string, std::vector<int64_t>> m_userDesktops;  // user -> ids, as listed
@@ -211,6 +348,19 @@ private:
     unsigned m_detailQueries = 0;  // moves the load figures a little from query to query
 
     std::atomic<int> m_applyOverruns{0};
+    int64_t m_nextTaskId = 7001;
+
+    // Added to by the responders, read from any thread: guarded by m_recordsMutex alone.
+    mutable std::mutex m_recordsMutex;
+    std::vector<ShareTerminalTransfer> m_transfers;
+    std::vector<ShareTerminalLogin> m_shareLogins;
+    std::vector<HelpReport> m_helpReports;
+    std::vector<HelpUpload> m_helpUploads;
+    // Set before install(), then only called.
+    std::function<void(const ShareTerminalTransfer&)> m_onTransfer;
+    std::function<void(const ShareTerminalLogin&)> m_onShareLogin;
+    std::function<void(const HelpReport&)> m_onHelpReport;
+    std::function<void(const HelpUpload&)> m_onHelpUpload;
 };
 
 } // namespace vdifake

@@ -67,12 +67,36 @@ const DefaultReply kDefaultReplies[] = {
     {Gateway, "/gateway.GatewayCore/Authenticate", R"(status: "success")"},
 
     // Session
-    {Both, "/client.ClientCore/getLoginConfig", R"(enableSmsLogin: false timeout: 300)"},
+    {Both, "/client.ClientCore/getLoginConfig",
+     R"(enableSmsLogin: true enableThirdPartyLogin: true enableWechatEnterpriseLogin: false
+        enableDingtalkLogin: false enableFaceLogin: false enableJjtLogin: false timeout: 300
+        ticket: "login-config-ticket-1" url: "https://127.0.0.1:8443/sso/authorize")"},
     {Both, "/client.ClientCore/Login",
      R"(domain: "vdi.local" name: "user" update_interval: 30 start_timeout: 120
         user_id: 1001 due_date: 4102444800
         pool_list { id: 1 name: "Office desktops" status: 1 type: 1 })"},
     {Both, "/client.ClientCore/Heartbeat", ""},
+
+    // Account and client configuration. The library never asks for an upgrade behind a
+    // gateway; the gateway mode offers one all the same, as the controller behind it would
+    // to any client that asks.
+    {Both, "/client.ClientCore/Upgrade",
+     R"(client_version: "2.0.0" download_type: "http" force: 0
+        url: "https://127.0.0.1:8443/upgrade/vdi-client-2.0.0.tar.gz"
+        md5: "9e107d9d372bb6826bd81d3542a419d6"
+        description: "Faster reconnection to a desktop and clearer login errors.")"},
+    {Both, "/client.ClientCore/queryIndividualConfig",
+     R"(systemName: "Simulated Desktop Cloud" copyRight: "Copyright (C) vdi-simulator"
+        logoImgUrl: "https://127.0.0.1:8443/branding/logo.png"
+        backgroundImgUrl: "https://127.0.0.1:8443/branding/background.jpg"
+        content: "Welcome to the simulated desktop cloud." createTime: "2024-03-01 09:00:00"
+        individual: 1 vendor_name: "vdi-simulator")"},
+    {Both, "/client.ClientCore/queryNextCloudInfo", R"(serverIp: "127.0.0.1" port: "8443" enable: 1 ncSize: 10240)"},
+    {Both, "/client.ClientCore/ApplyForEmailInfo",
+     R"(serverAddress: "127.0.0.1" serverPort: "465" sendName: "VDI administrator"
+        sendEmail: "vdi-admin@vdi.local" authName: "vdi-admin@vdi.local" authPaw: "mail-password")"},
+    {Both, "/client.ClientCore/ClientReleasePassword", R"(password: "terminal-authority" enable: 1)"},
+    {Both, "/client.ClientCore/confirmQuantumBind", "bindResult: true"},
 };
 
 class CollectErrors : public google::protobuf::io::ErrorCollector {

@@ -9,11 +9,15 @@
 // then logs every call it serves on stderr, until SIGINT or SIGTERM (or, with
 // --until-stdin-closes, until its standard input closes).
 //
-// Besides the standing answers of its mode it plays a small deployment (deployment.h):
-// users who log in and get their desktop pools; desktops that start, stop, reboot, take
+// Besides the standing answers of its mode (among them the login options, an upgrade offer,
+// the branding and the file-sharing and mail servers) it plays a small deployment
+// (deployment.h): users who log in, directly or through LDAP, and get their desktop pools;
+// password checks and changes, and QR login codes; desktops that start, stop, reboot, take
 // snapshots, get renamed and are handed out with their connection data; device registration
-// and status reports; and, in gateway mode, an access gateway that issues tokens and wants
-// one on the controller's calls.
+// and status reports; a remote and a SaaS application catalogue, with a permission per user
+// for the SaaS applications; two share terminals that desktops are handed to and users log in
+// on, each such call logged with its details (never the password); and, in gateway mode, an
+// access gateway that issues tokens and wants one on the controller's calls.
 
 #include "deployment.h"
 #include "fakeserver.h"
@@ -31,6 +35,7 @@
 #include <map>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include <cerrno>
 #include <pthread.h>
@@ -64,6 +69,52 @@ void logCall(const vdifake::RecordedCall& call)
     if (call.requests.size() != 1)
         line += QStringLiteral(" [%1 request messages]").arg(call.requests.size());
     logLine(line);
+}
+
+QString outcomeOf(int errorCode)
+{
+    return errorCode == 0 ? QStringLiteral("done") : QStringLiteral("refused with error %1").arg(errorCode);
+}
+
+// The details of the share terminal calls, logged as the deployment records them, before the
+// call's own line.
+void logTransfer(const vdifake::SimulatedDeployment::ShareTerminalTransfer& transfer)
+{
+    logLine(QStringLiteral("/client.ClientCore/transferDesktopToShareTerminal: desktop %1 from %2 to the share "
+                           "terminal %3, %4 bytes of vdp file; %5")
+                .arg(transfer.vmUuid, transfer.fromDevice, transfer.toDevice)
+                .arg(transfer.vdpFileBytes)
+                .arg(outcomeOf(transfer.errorCode)));
+}
+
+void logShareLogin(const vdifake::SimulatedDeployment::ShareTerminalLogin& login)
+{
+    logLine(QStringLiteral("/client.ClientCore/LoginOakdeskOnShareTerminal: user \"%1\" on the share terminal %2; %3")
+                .arg(login.userName, login.device, outcomeOf(login.errorCode)));
+}
+
+void logHelpReport(const vdifake::SimulatedDeployment::HelpReport& report)
+{
+    logLine(QStringLiteral("/client.ClientCore/onekeyHelp: \"%1\" reports \"%2\" from %3 (logs wanted: %4, "
+                           "screenshots at: %5, useGateway %6); task %7")
+                .arg(report.realName, report.problemType, report.ip.isEmpty() ? QStringLiteral("no address") : report.ip)
+                .arg(report.getLog)
+                .arg(report.screenShotUrl.isEmpty() ? QStringLiteral("none") : report.screenShotUrl)
+                .arg(report.useGateway)
+                .arg(report.taskId));
+}
+
+void logHelpUpload(const vdifake::SimulatedDeployment::HelpUpload& upload)
+{
+    logLine(QStringLiteral("/client.ClientCore/onekeyHelpUseGateway: task %1, %2 (%3), %4 bytes in %5 chunk(s); %6")
+                .arg(upload.taskId)
+                .arg(upload.fileName, upload.fileType)
+                .arg(upload.bytes)
+                .arg(upload.chunks)
+                .arg(upload.code == 0 ? QStringLiteral("%1 entries:").arg(upload.entries.size())
+                                      : QStringLiteral("refused with code %1").arg(upload.code)));
+    for (const QString& entry : upload.entries)
+        logLine(QStringLiteral("    ") + entry);
 }
 
 // "NAME:PASSWORD" (the password may hold ':' itself) -> the pair; false without a name.
@@ -123,10 +174,20 @@ int main(int argc, char* argv[])
         "logs each call on stderr, and runs until SIGINT/SIGTERM.\n"
         "\n"
         "It plays a small deployment: Login checks the controller users (default\n"
-        "demo-user / demo-password) and answers their desktop pools; in gateway mode,\n"
-        "LoginGateway checks the gateway users (default gw-user / gw-password) and issues\n"
-        "a token, which Login and the other controller calls (discovery and Heartbeat\n"
-        "aside) must carry in the \"gatewayaccesstoken\" metadata.\n"
+        "demo-user / demo-password) and answers their desktop pools; an LDAP login\n"
+        "(auth_type 3) checks the LDAP users (default ldap-user / ldap-password) instead.\n"
+        "In gateway mode, LoginGateway checks the gateway users (default gw-user /\n"
+        "gw-password) and issues a token, which Login and the other controller calls\n"
+        "(discovery and Heartbeat aside) must carry in the \"gatewayaccesstoken\" metadata.\n"
+        "\n"
+        "CheckPassword checks a controller user's password, CheckAndSaveLdapPassword an\n"
+        "LDAP user's; ModifyPassword changes a controller user's password, which later\n"
+        "logins want; getCode hands out QR login codes with fresh tickets. The login\n"
+        "options (getLoginConfig), an upgrade offer (Upgrade), the branding\n"
+        "(queryIndividualConfig), the file-sharing server (queryNextCloudInfo), the mail\n"
+        "server (ApplyForEmailInfo), the terminal's authority password\n"
+        "(ClientReleasePassword) and the quantum binding (confirmQuantumBind) are\n"
+        "standing answers.\n"
         "\n"
         "The desktops the login lists keep a state: OperateForVm starts (op_type 1),\n"
         "shuts down (2), reboots (3), disconnects (4) or powers off (5) one, 0 only asks;\n"
@@ -136,6 +197,16 @@ int main(int argc, char* argv[])
         "data; RegisterDevice, ReportSuccess, USBNotify, reportRedirectStatus,\n"
         "ApplyForDeviceInfo and queryVmDetailInfo answer too. An unknown desktop gets an\n"
         "error in the reply.\n"
+        "\n"
+        "GetRemoteAppList lists three remote applications (Word, Excel, CAD Viewer);\n"
+        "getConnectAppInfo answers one by displayName with its rdp:// address and its\n"
+        "control policy (watermark included). querySaasAppList lists four SaaS\n"
+        "applications; querySaasApp grants Mail and Wiki to every user, Code review to\n"
+        "demo-user alone and Payroll to payroll-admin alone (error 42 otherwise).\n"
+        "queryShareTerminalInfo lists share-term-01 and share-term-02;\n"
+        "transferDesktopToShareTerminal hands a listed desktop to one of them and\n"
+        "LoginOakdeskOnShareTerminal logs a controller user in on one. Both are logged\n"
+        "with their devices, desktop, file size and user name, never the password.\n"
         "\n"
         "A method a scenario file answers is answered by the file alone."));
     parser.addHelpOption();
@@ -160,12 +231,16 @@ int main(int argc, char* argv[])
         QStringLiteral("Adds a gateway user, or sets one's password (repeatable; gateway mode). The"
                        " user gw-user, password gw-password, is always there."),
         QStringLiteral("NAME:PASSWORD"));
+    const QCommandLineOption ldapUserOption(QStringLiteral("ldap-user"),
+        QStringLiteral("Adds an LDAP user, or sets one's password (repeatable). The user ldap-user,"
+                       " password ldap-password, is always there."),
+        QStringLiteral("NAME:PASSWORD"));
     const QCommandLineOption applyOverrunsOption(QStringLiteral("apply-overruns"),
         QStringLiteral("The first N ApplyForVm calls end with DEADLINE_EXCEEDED at once, as when the"
                        " controller is slow to prepare a desktop (default 0)."),
         QStringLiteral("N"), QStringLiteral("0"));
     parser.addOptions({modeOption, scenarioOption, certDirOption, commonNameOption, stdinOption, userOption,
-                       gatewayUserOption, applyOverrunsOption});
+                       gatewayUserOption, ldapUserOption, applyOverrunsOption});
     parser.process(app);
 
     const QString mode = parser.value(modeOption);
@@ -187,22 +262,29 @@ int main(int argc, char* argv[])
 
     // Outlives the server below, whose responders refer to it.
     vdifake::SimulatedDeployment deployment;
-    for (const QString& value : parser.values(userOption)) {
-        QString name, password;
-        if (!parseUser(value, &name, &password)) {
-            logLine(QStringLiteral("--user wants NAME:PASSWORD, not \"%1\"").arg(value));
-            return 2;
+    // Each option adds users of one kind.
+    using AddUser = void (vdifake::SimulatedDeployment::*)(const QString&, const QString&);
+    const std::pair<const QCommandLineOption*, AddUser> userOptions[] = {
+        {&userOption, &vdifake::SimulatedDeployment::addUser},
+        {&gatewayUserOption, &vdifake::SimulatedDeployment::addGatewayUser},
+        {&ldapUserOption, &vdifake::SimulatedDeployment::addLdapUser},
+    };
+    for (const auto& option : userOptions) {
+        for (const QString& value : parser.values(*option.first)) {
+            QString name, password;
+            if (!parseUser(value, &name, &password)) {
+                logLine(QStringLiteral("--%1 wants NAME:PASSWORD, not \"%2\"").arg(option.first->names().first(), value));
+                return 2;
+            }
+            (deployment.*option.second)(name, password);
         }
-        deployment.addUser(name, password);
     }
-    for (const QString& value : parser.values(gatewayUserOption)) {
-        QString name, password;
-        if (!parseUser(value, &name, &password)) {
-            logLine(QStringLiteral("--gateway-user wants NAME:PASSWORD, not \"%1\"").arg(value));
-            return 2;
-        }
-        deployment.addGatewayUser(name, password);
-    }
+    deployment.setShareTerminalObservers(logTransfer, logShareLogin);
+    deployment.setHelpObservers(logHelpReport, logHelpUpload);
+    // Described now, before the server runs: once it does, a password change may alter them.
+    const QString controllerUsers = describeUsers(deployment.users());
+    const QString gatewayUsers = describeUsers(deployment.gatewayUsers());
+    const QString ldapUsers = describeUsers(deployment.ldapUsers());
     bool countRead = false;
     const int applyOverruns = parser.value(applyOverrunsOption).toInt(&countRead);
     if (!countRead || applyOverruns < 0) {
@@ -250,9 +332,10 @@ int main(int argc, char* argv[])
         printLine(QStringLiteral("common-name %1").arg(server.commonName()));
         printLine(QStringLiteral("ready"));
         logLine(QStringLiteral("serving %1 mode on 127.0.0.1:%2").arg(mode).arg(server.port()));
-        logLine(QStringLiteral("controller users: %1").arg(describeUsers(deployment.users())));
+        logLine(QStringLiteral("controller users: %1").arg(controllerUsers));
+        logLine(QStringLiteral("LDAP users: %1").arg(ldapUsers));
         if (mode == QLatin1String("gateway"))
-            logLine(QStringLiteral("gateway users: %1").arg(describeUsers(deployment.gatewayUsers())));
+            logLine(QStringLiteral("gateway users: %1").arg(gatewayUsers));
         if (applyOverruns > 0)
             logLine(QStringLiteral("the first %1 ApplyForVm call(s) end with DEADLINE_EXCEEDED").arg(applyOverruns));
         for (const auto& entry : fileScenario)
