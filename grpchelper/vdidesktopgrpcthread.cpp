@@ -145,6 +145,10 @@ VdiDesktopGrpcThread::VdiDesktopGrpcThread(QObject* parent)
 
 VdiDesktopGrpcThread::~VdiDesktopGrpcThread()
 {
+    // Our own rule: requests still queued behind the call in flight return at their
+    // interruption check instead of each running to its deadline. The call in flight is not
+    // cancelled and is still waited for.
+    m_thread.requestInterruption();
     m_thread.quit();
     m_thread.wait();
 }
@@ -346,7 +350,8 @@ QString VdiDesktopGrpcThread::getUserPasswd() const
 
 void VdiDesktopGrpcThread::initServerType(int serverType)
 {
-    m_worker->initServerType(serverType);
+    if (m_worker)
+        m_worker->initServerType(serverType);
 }
 
 void VdiDesktopGrpcThread::initConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish)

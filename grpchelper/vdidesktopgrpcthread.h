@@ -7,6 +7,7 @@
 #include "vdidesktopgrpc_export.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QThread>
 
@@ -168,7 +169,7 @@ public:
                          const int& getLog, const QString& screenShotUrl, const QString& ip, const QString& vmIp);
 
     // Cancels the call in flight, cuts every connection of the facade and ends the worker's
-    // thread, waiting one second at most. Call it once, before destruction.
+    // thread, waiting one second at most. A second call does nothing.
     void stop();
 
     // Registers the names under which the records travel in queued signals. The constructor
@@ -284,7 +285,9 @@ private:
     void doLogin();
     void cacheDesktop(qint64 vmId, const QString& vmUuid);
 
-    VdiDesktopGrpcWorker* m_worker;
+    // Guarded: the worker deletes itself when its thread ends, so after stop() this is null and
+    // a second stop() or a late initServerType() does nothing.
+    QPointer<VdiDesktopGrpcWorker> m_worker;
     tagBaseInfo m_baseInfo;
     QThread m_thread;
     tagExtendInfo m_extendInfo;

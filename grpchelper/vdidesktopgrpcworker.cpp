@@ -94,6 +94,10 @@ void VdiDesktopGrpcWorker::initConnection(QString pemFile, QString serverIP, ush
 
     m_host = serverIP;
     m_port = port;
+    // Our own rule: the arguments hold one override, the subject's, replaced with it. Appended
+    // at every connection (and every failed call reconnects), the list would grow for the
+    // life of the worker.
+    m_channelArgs = grpc::ChannelArguments();
     m_channelArgs.SetSslTargetNameOverride(subjectName.toStdString());
     m_target = serverIP + QLatin1Char(':') + QString::number(port);
     VDI_DEBUG << "target " << m_target << ", type = "

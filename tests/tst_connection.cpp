@@ -266,7 +266,7 @@ void TestConnection::reconnectReplacesEveryStub()
 
     vditest::LogCapture log;
     worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
-    QCOMPARE(probe.targetNameOverrideCount(), 2);  // the arguments are never reset
+    QCOMPARE(probe.targetNameOverrideCount(), 1);  // replaced, never appended
     QVERIFY(probe.stub() != std::get<0>(before));
     QVERIFY(probe.stubCommon() != std::get<1>(before));
     QVERIFY(probe.stubGateway() != std::get<2>(before));

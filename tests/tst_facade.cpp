@@ -141,6 +141,7 @@ private slots:
     void initConnectionReachesWorkerThread();
     void stopCutsEveryConnection();
     void destructorWithoutStop();
+    void destructorLetsQueuedRequestsGo();
 };
 
 void TestFacade::signalArgumentsAreRegistered()
@@ -306,6 +307,11 @@ void TestFacade::stopCutsEveryConnection()
     QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcThread::stoped"), QtInfoMsg));
     // The worker is deleted on its own thread as that thread ends.
     QTRY_VERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::~VdiDesktopGrpcWorker"), QtInfoMsg));
+
+    // The worker is gone: a second stop() and a late initServerType() leave it alone.
+    QVERIFY(probe.worker() == nullptr);
+    facade.stop();
+    facade.initServerType(1);
 }
 
 void TestFacade::destructorWithoutStop()
@@ -319,6 +325,27 @@ void TestFacade::destructorWithoutStop()
     // said anything on the way out.
     QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::~VdiDesktopGrpcWorker")));
     QCOMPARE(log.lines().size(), 1);
+}
+
+// Requests queued behind a held call return at their interruption check when the facade is
+// destroyed without stop(): the server sees the held call alone, which is waited for.
+void TestFacade::destructorLetsQueuedRequestsGo()
+{
+    const std::string heartbeat = "/client.ClientCore/Heartbeat";
+    vditest::TestServer server;
+    server->setDelay(heartbeat, 1000);
+    vditest::LogCapture log;
+    {
+        VdiDesktopGrpcThread facade;
+        server.connect(facade);
+        for (int i = 0; i < 4; ++i)
+            facade.sendHeart(QStringLiteral("10.0.0.1"), QStringLiteral("uuid"), 7);
+        QVERIFY(server->waitForCalls(heartbeat, 1, 5000));
+    }
+    QCOMPARE(server->callCount(heartbeat), 1);
+    QVERIFY(server->waitForFinished(heartbeat, 1, 5000));
+    QCOMPARE(server->calls(heartbeat).front().cancelled, false);
+    QCOMPARE(log.count(QStringLiteral("isInterruptionRequested")), 3);
 }
 
 VDI_TEST_MAIN(TestFacade)
