@@ -121,8 +121,13 @@ void VdiDesktopGrpcWorker::initGateway()
     if (!rebuildStub<gateway::GatewayCore>(stubGateway, __FUNCTION__, "ready to create new stub for stubGateway, info = ",
                                            "Failed to create stub for stubGateway, info = "))
         return;
-    getGatewayAuthInfo(m_gatewayUser, m_gatewayPasswd);
-    m_gatewayToken = getGatewayToken().toStdString();
+    // Our own rule: what the session holds stays while the file cannot give it back.
+    if (gatewayInfoReadable()) {
+        getGatewayAuthInfo(m_gatewayUser, m_gatewayPasswd);
+        m_gatewayToken = getGatewayToken().toStdString();
+    } else {
+        VDI_WARNING << "gateway settings file unreadable or not saved, keeping this session's token";
+    }
     rebuildStub<client::ClientCore>(stubUpload, __FUNCTION__, "ready to create new stub for stubUpload, info = ",
                                     "Failed to create new stub for stubUpload, info = ");
 }

@@ -274,6 +274,8 @@ private:
     // The token of the settings file, for the calls that refill an empty token: read again only
     // when the file is not the one read last time (path, inode, size and change times).
     QString gatewayTokenFromFile();
+    // False while this session's last save failed or the settings file cannot be read.
+    bool gatewayInfoReadable();
 
     void startHeartTimer();
     void stopHeartTimer();
@@ -316,6 +318,7 @@ private:
     std::array<qint64, 6> m_fileTokenStamp{};
     QString m_fileToken;
     bool m_fileTokenRead = false;
+    bool m_gatewayInfoUnsaved = false;  // the last save of the settings file failed
 
     friend class VdiWorkerProbe;  // white-box access for the test suite
 };

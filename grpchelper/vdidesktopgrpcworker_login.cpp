@@ -46,7 +46,8 @@ void VdiDesktopGrpcWorker::login(const tagLoginRequest& request)
         return;
     }
     m_loginRequest = request;
-    getGatewayAuthInfo(m_gatewayUser, m_gatewayPasswd);
+    if (gatewayInfoReadable())
+        getGatewayAuthInfo(m_gatewayUser, m_gatewayPasswd);
     if (!m_gatewayUser.isEmpty() && !m_gatewayPasswd.isEmpty()) {
         VDI_INFO << "auto login gateway";
         loginGateway(m_gatewayUser, m_gatewayPasswd);

@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QStandardPaths>
 
@@ -89,7 +90,8 @@ void VdiDesktopGrpcWorker::saveGatewayInfo()
     // Without an owner-only file the password is not written at all: QSettings would create
     // the missing folders and the file with the umask's wider modes.
     if (!makeOwnerOnlyFile(path)) {
-        VDI_WARNING << "cannot make the gateway settings file owner-only, not saved:" << path;
+        VDI_CRITICAL << "cannot write the gateway settings file, token and credentials not saved:" << path;
+        m_gatewayInfoUnsaved = true;
         return;
     }
     QSettings settings(path, QSettings::IniFormat);
@@ -101,4 +103,24 @@ void VdiDesktopGrpcWorker::saveGatewayInfo()
     settings.setValue(QStringLiteral("user"), m_gatewayUser);
     settings.setValue(QStringLiteral("password"), m_gatewayPasswd);
     settings.endGroup();
+    // Our own rule: a file that could not be written (a full disk, a read-only folder) is
+    // said, and until a save succeeds the session keeps what it holds (initGateway).
+    settings.sync();
+    m_gatewayInfoUnsaved = settings.status() != QSettings::NoError;
+    if (m_gatewayInfoUnsaved)
+        VDI_CRITICAL << "cannot write the gateway settings file, token and credentials not saved:" << path;
+}
+
+// The file, unless this session could not write its own values there or the file cannot be
+// read: then the values in memory are newer than anything the file could give.
+bool VdiDesktopGrpcWorker::gatewayInfoReadable()
+{
+    if (m_gatewayInfoUnsaved)
+        return false;
+    const QString path = getGatewaySettingsFilePath();
+    const QFileInfo info(path);
+    if (info.exists() && !info.isReadable())
+        return false;
+    QSettings settings(path, QSettings::IniFormat);
+    return settings.status() == QSettings::NoError;
 }

@@ -291,6 +291,7 @@ private slots:
     void newFileAndFolderAreOwnerOnlyFromCreation();
     void readableFileOfOlderVersionIsTightenedBeforeWrite();
     void saveWithoutDocumentsLeavesNothingReadable();
+    void unwritableFileKeepsSessionValues();
 };
 
 void TestGatewaySettings::init()
@@ -446,6 +447,40 @@ void TestGatewaySettings::saveWithoutDocumentsLeavesNothingReadable()
     QVERIFY2(widerThanOwner(seen.written).isEmpty(), qPrintable(widerThanOwner(seen.written)));
     const QString path = folder + QStringLiteral("/gatewaySettings.ini");
     QVERIFY(!QFileInfo::exists(path) || fileMode(path) == QStringLiteral("600"));
+}
+
+// A settings file that cannot be written is said, naming it, and the session keeps its token
+// and credentials through a rebuild instead of reading empty ones back; a later good save
+// makes the file the source again.
+void TestGatewaySettings::unwritableFileKeepsSessionValues()
+{
+    // A plain file where the folder should be: not even root can write below it.
+    const QString folder = vditest::makeDocumentsDir() + QStringLiteral("/gateway");
+    {
+        QFile blocker(folder);
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+    }
+    VdiDesktopGrpcWorker worker;
+    VdiWorkerProbe probe(worker);
+    probe.setGatewayCredentials("session-token", QStringLiteral("gwuser"), QStringLiteral("gwpass"));
+    vditest::LogCapture log;
+    worker.saveGatewayInfo();
+    QVERIFY(log.contains(QStringLiteral("cannot write the gateway settings file"), QtCriticalMsg));
+    QVERIFY(log.contains(folder + QStringLiteral("/gatewaySettings.ini"), QtCriticalMsg));
+
+    worker.initGateway();
+    QCOMPARE(probe.gatewayToken(), std::string("session-token"));
+    QCOMPARE(probe.gatewayUser(), QStringLiteral("gwuser"));
+    QCOMPARE(probe.gatewayPasswd(), QStringLiteral("gwpass"));
+
+    // Writable again: the next save lands, and the file is read once more.
+    QVERIFY(QFile::remove(folder));
+    QVERIFY(QDir().mkdir(folder));
+    worker.saveGatewayInfo();
+    probe.setGatewayCredentials("stale", QStringLiteral("stale"), QStringLiteral("stale"));
+    worker.initGateway();
+    QCOMPARE(probe.gatewayToken(), std::string("session-token"));
+    QCOMPARE(probe.gatewayUser(), QStringLiteral("gwuser"));
 }
 
 VDI_TEST_MAIN(TestGatewaySettings)
