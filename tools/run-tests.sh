@@ -13,4 +13,11 @@ cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVDI_SANITIZE=thread
 cmake --build build-tsan -j"$(nproc)" --target tst_frame
 (cd build-tsan && ctest --output-on-failure -R '^tst_frame_race$')
 
-cd build && ctest --output-on-failure -j"$(nproc)"
+(cd build && ctest --output-on-failure -j"$(nproc)")
+
+# The whole suite again under AddressSanitizer and UndefinedBehaviorSanitizer, in a build of its
+# own (the installed-package check needs no second run).
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVDI_SANITIZE=address,undefined \
+    -DVDI_BUILD_TOOLS=OFF -DVDI_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build build-asan -j"$(nproc)"
+(cd build-asan && ctest --output-on-failure -j"$(nproc)" -E '^tst_install$')
