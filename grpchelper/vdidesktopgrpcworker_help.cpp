@@ -267,6 +267,16 @@ void VdiDesktopGrpcWorker::uploadHelpPackage(const HelpPackage& kind, qint64 tas
 
 // ---- Packaging -----------------------------------------------------------------------------
 
+namespace {
+// Our own rule: a package is made only in a Downloads folder that exists. quazip makes every
+// missing folder on the zip's path, so without this an unknown or home-less user (an empty name
+// gives "/home//Downloads/") would get folders made below /home and a package uploaded.
+bool packageFolderExists(const QString& zipPath)
+{
+    return QFileInfo(QFileInfo(zipPath).path()).isDir();
+}
+} // namespace
+
 void VdiDesktopGrpcWorker::setCurrentActiveUser(QString& user)
 {
     // The users with a display (":0") in the third column, all of them: two give one name with
@@ -309,7 +319,7 @@ bool VdiDesktopGrpcWorker::compressAndPackageImage(QString& fileName)
     // The count sees the files directly inside; the zip takes the subfolders too.
     QDir dir(directory);
     dir.setFilter(QDir::Files);
-    if (dir.exists() && dir.count() > 0) {
+    if (dir.exists() && dir.count() > 0 && packageFolderExists(fileName)) {
         JlCompress::compressDir(fileName, directory, true);
         VDI_INFO << "Yes, all in. absolute path = " << fileName << ", file count = " << dir.count();
         return true;
@@ -371,7 +381,8 @@ bool VdiDesktopGrpcWorker::compressAndPackageLogs(QString& fileName)
         }
     }
     files.removeDuplicates();
-    JlCompress::compressFiles(fileName, files);
+    if (packageFolderExists(fileName))
+        JlCompress::compressFiles(fileName, files);
     VDI_INFO << "Yes, all in. absolute path = " << fileName;
     return true;
 }
