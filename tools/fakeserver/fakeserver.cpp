@@ -421,7 +421,8 @@ FakeServer::FakeServer(const Options& options) : d(new detail::FakeServerImpl)
     d->commonName = options.commonName;
 
     QString certDir = options.certDir;
-    if (certDir.isEmpty()) {
+    const bool ownCertificate = options.certPath.isEmpty() || options.keyPath.isEmpty();
+    if (ownCertificate && certDir.isEmpty()) {
         d->ownCertDir.reset(new QTemporaryDir);
         if (!d->ownCertDir->isValid()) {
             qWarning("vdifake: cannot create a temporary directory for the certificate");
@@ -430,8 +431,9 @@ FakeServer::FakeServer(const Options& options) : d(new detail::FakeServerImpl)
         certDir = d->ownCertDir->path();
     }
     const QString dnsName = options.dnsName.isEmpty() ? options.commonName : options.dnsName;
-    const CertificateFiles files =
-        makeSelfSignedCertificate(certDir, options.commonName, dnsName, QStringLiteral("fake-server"));
+    const CertificateFiles files = ownCertificate
+        ? makeSelfSignedCertificate(certDir, options.commonName, dnsName, QStringLiteral("fake-server"))
+        : CertificateFiles{options.certPath, options.keyPath};
     if (!files.isValid())
         return;
     d->pemPath = files.certPath;
@@ -449,7 +451,7 @@ FakeServer::FakeServer(const Options& options) : d(new detail::FakeServerImpl)
 
     d->service.reset(new GenericService(d->state));
     grpc::ServerBuilder builder;
-    builder.AddListeningPort("127.0.0.1:0", grpc::SslServerCredentials(ssl), &d->port);
+    builder.AddListeningPort("127.0.0.1:" + std::to_string(options.port), grpc::SslServerCredentials(ssl), &d->port);
     builder.RegisterCallbackGenericService(d->service.get());
     builder.SetMaxReceiveMessageSize(-1);
     builder.SetMaxSendMessageSize(-1);

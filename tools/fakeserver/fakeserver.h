@@ -71,6 +71,11 @@ public:
         QString commonName = QStringLiteral("vdi-fake-controller"); // certificate subject CN
         QString dnsName;  // subjectAltName DNS entry; empty: same as commonName (and none
                           // when commonName is empty too)
+        int port = 0;     // the port on 127.0.0.1; 0: a free one
+        // An existing certificate and key (PEM files) to serve with, in place of a new one:
+        // a server started again on the same port that its clients still trust.
+        QString certPath;
+        QString keyPath;
     };
 
     // Makes the certificate and starts serving on 127.0.0.1 (a free port). Returns once
