@@ -11,6 +11,7 @@
 #include <string>
 
 #include <QObject>
+#include <QSettings>
 #include <QString>
 
 #include <grpcpp/grpcpp.h>
@@ -276,6 +277,7 @@ private:
     QString gatewayTokenFromFile();
     // False while this session's last save failed or the settings file cannot be read.
     bool gatewayInfoReadable();
+    QSettings::Status writeGatewayInfo(const QString& path);
 
     void startHeartTimer();
     void stopHeartTimer();

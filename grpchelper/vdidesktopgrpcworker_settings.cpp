@@ -87,13 +87,27 @@ QString VdiDesktopGrpcWorker::gatewayTokenFromFile()
 void VdiDesktopGrpcWorker::saveGatewayInfo()
 {
     const QString path = getGatewaySettingsFilePath();
+    QSettings::Status status = writeGatewayInfo(path);
+    // Our own rule: QSettings never writes over a file it cannot parse, which would keep every
+    // later token out of it; a damaged file is replaced by a new one.
+    if (status == QSettings::FormatError) {
+        VDI_WARNING << "gateway settings file damaged, written anew:" << path;
+        QFile::remove(path);
+        status = writeGatewayInfo(path);
+    }
+    // Our own rule: a file that could not be written (a full disk, a read-only folder) is
+    // said, and until a save succeeds the session keeps what it holds (initGateway).
+    m_gatewayInfoUnsaved = status != QSettings::NoError;
+    if (m_gatewayInfoUnsaved)
+        VDI_CRITICAL << "cannot write the gateway settings file, token and credentials not saved:" << path;
+}
+
+QSettings::Status VdiDesktopGrpcWorker::writeGatewayInfo(const QString& path)
+{
     // Without an owner-only file the password is not written at all: QSettings would create
     // the missing folders and the file with the umask's wider modes.
-    if (!makeOwnerOnlyFile(path)) {
-        VDI_CRITICAL << "cannot write the gateway settings file, token and credentials not saved:" << path;
-        m_gatewayInfoUnsaved = true;
-        return;
-    }
+    if (!makeOwnerOnlyFile(path))
+        return QSettings::AccessError;
     QSettings settings(path, QSettings::IniFormat);
     settings.setIniCodec("UTF-8");
     settings.beginGroup(kGroup);
@@ -103,12 +117,8 @@ void VdiDesktopGrpcWorker::saveGatewayInfo()
     settings.setValue(QStringLiteral("user"), m_gatewayUser);
     settings.setValue(QStringLiteral("password"), m_gatewayPasswd);
     settings.endGroup();
-    // Our own rule: a file that could not be written (a full disk, a read-only folder) is
-    // said, and until a save succeeds the session keeps what it holds (initGateway).
     settings.sync();
-    m_gatewayInfoUnsaved = settings.status() != QSettings::NoError;
-    if (m_gatewayInfoUnsaved)
-        VDI_CRITICAL << "cannot write the gateway settings file, token and credentials not saved:" << path;
+    return settings.status();
 }
 
 // The file, unless this session could not write its own values there or the file cannot be

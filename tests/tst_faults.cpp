@@ -54,6 +54,11 @@ private slots:
     void serverDownAtStartThenUp();
     void serverKilledDuringHeldCallThenBack();
     void silentServerHeldToTheDeadline();
+    void unusablePem_data();
+    void unusablePem();
+    void certificateOfAnotherServer_data();
+    void certificateOfAnotherServer();
+    void settingsFileOfGarbage();
 };
 
 // Nothing listens at the first call: UNAVAILABLE, the channels rebuilt. Once the server is
@@ -133,6 +138,87 @@ void TestFaults::silentServerHeldToTheDeadline()
     worker.checkPassword(tagCheckPasswordRequest());
     QCOMPARE(spy.count(), 2);
     QCOMPARE(spy.at(1).at(1).toBool(), true);
+}
+
+// A pem file that holds no certificate with a subject builds no channel: every call then meets
+// a null stub (NOT_FOUND), a value and no crash.
+void TestFaults::unusablePem_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("garbage") << QByteArray("-----BEGIN CERTIFICATE-----\n\x01\xff not base64 ***\n");
+    QTest::newRow("binary") << QByteArray("\x00\x30\x82\x01\x0a", 5);
+}
+
+void TestFaults::unusablePem()
+{
+    QFETCH(QByteArray, content);
+    QTemporaryDir dir;
+    const QString pem = dir.filePath(QStringLiteral("server.pem"));
+    QFile file(pem);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(content);
+    file.close();
+
+    VdiDesktopGrpcWorker worker;
+    vditest::LogCapture log;
+    worker.initConnection(pem, QStringLiteral("127.0.0.1"), vditest::unusedPort(), false);
+    QVERIFY(log.contains(QStringLiteral("subject name is null"), QtCriticalMsg));
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::checkPasswordResult);
+    worker.checkPassword(tagCheckPasswordRequest());
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(1).toBool(), false);
+    QCOMPARE(resultOf(spy, 0).error.errorCode, int(grpc::StatusCode::NOT_FOUND));
+}
+
+// Trusting the certificate of another server, under the server's own name or another name:
+// the handshake fails, the call is UNAVAILABLE and never reaches the server.
+void TestFaults::certificateOfAnotherServer_data()
+{
+    QTest::addColumn<QString>("subject");
+    QTest::newRow("same name, other key") << QStringLiteral("vdi-fake-controller");
+    QTest::newRow("other name") << QStringLiteral("vdi-other-controller");
+}
+
+void TestFaults::certificateOfAnotherServer()
+{
+    QFETCH(QString, subject);
+    vditest::TestServer server;
+    QTemporaryDir dir;
+    const vdifake::CertificateFiles other =
+        vdifake::makeSelfSignedCertificate(dir.path(), subject, QString(), QStringLiteral("other"));
+    QVERIFY(other.isValid());
+
+    VdiDesktopGrpcWorker worker;
+    worker.initConnection(other.certPath, QStringLiteral("127.0.0.1"), server.port(), false);
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::checkPasswordResult);
+    worker.checkPassword(tagCheckPasswordRequest());
+    QCOMPARE(spy.count(), 1);
+    QCOMPARE(spy.at(0).at(1).toBool(), false);
+    QCOMPARE(resultOf(spy, 0).error.errorCode, int(grpc::StatusCode::UNAVAILABLE));
+    QCOMPARE(server->callCount(kCheckPassword), 0);
+}
+
+// A settings file of garbage is no crash: the session keeps its values while the file cannot
+// be read, and the next save replaces the damaged file with one that reads back whole.
+void TestFaults::settingsFileOfGarbage()
+{
+    VdiDesktopGrpcWorker worker;
+    VdiWorkerProbe probe(worker);
+    vditest::makeDocumentsDir();
+    {
+        QFile file(worker.getGatewaySettingsFilePath());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray("\xff\xfe[GATEWAYINFO\x00\ntoken=\x01\x02\n[[[===\n", 26));
+    }
+    worker.initGateway();
+    probe.setGatewayCredentials("fresh-token", QStringLiteral("gwuser"), QStringLiteral("gwpass"));
+    worker.saveGatewayInfo();
+    probe.setGatewayCredentials(std::string(), QString(), QString());
+    worker.initGateway();
+    QCOMPARE(probe.gatewayToken(), std::string("fresh-token"));
+    QCOMPARE(probe.gatewayUser(), QStringLiteral("gwuser"));
+    QCOMPARE(probe.gatewayPasswd(), QStringLiteral("gwpass"));
 }
 
 VDI_TEST_MAIN(TestFaults)
