@@ -1,5 +1,8 @@
 #include "testsupport.h"
 
+#include <QDir>
+#include <QProcess>
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -265,3 +268,16 @@ void TcpForwarder::run()
 }
 
 } // namespace vditest
+
+bool vditest::shellFindsIn(const QString& dir, const QStringList& tools)
+{
+    QStringList commands, expected;
+    for (const QString& tool : tools) {  // dash's `command -v` answers for one operand only
+        commands << QStringLiteral("command -v ") + tool;
+        expected << QDir(dir).filePath(tool);
+    }
+    QProcess sh;
+    sh.start(QStringLiteral("sh"), {QStringLiteral("-c"), commands.join(QStringLiteral("; "))});
+    sh.waitForFinished(5000);
+    return QString::fromUtf8(sh.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts) == expected;
+}

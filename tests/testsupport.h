@@ -27,6 +27,10 @@ QString homePath();
 // "<home>/Documents", created.
 QString makeDocumentsDir();
 
+// Whether `sh` finds each of the tools in `dir` (the stand-ins a test puts first on PATH), so
+// that no test reaches a real one.
+bool shellFindsIn(const QString& dir, const QStringList& tools);
+
 // Collects every log line of every thread while alive.
 class LogCapture
 {

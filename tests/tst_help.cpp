@@ -267,15 +267,7 @@ QList<QStringList> TestHelp::toolCalls(const QString& tool) const
 
 bool TestHelp::resolvesToFakes() const
 {
-    QStringList commands, expected;
-    for (const QString& tool : kFakes) {  // dash's `command -v` answers for one operand only
-        commands << "command -v " + tool;
-        expected << m_fakes.filePath(tool);
-    }
-    QProcess sh;
-    sh.start("sh", {"-c", commands.join("; ")});
-    sh.waitForFinished(5000);
-    return QString::fromUtf8(sh.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts) == expected;
+    return vditest::shellFindsIn(m_fakes.path(), kFakes);
 }
 
 QByteArray TestHelp::put(const QString& path, const QByteArray& content)

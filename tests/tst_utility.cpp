@@ -69,18 +69,7 @@ private:
         return lines;
     }
     // Whether `sh` finds each of the tools among the fakes.
-    bool resolvesToFakes(const QStringList& tools) const
-    {
-        QStringList commands, expected;
-        for (const QString& tool : tools) {  // dash's `command -v` answers for one operand only
-            commands << "command -v " + tool;
-            expected << m_fakes.filePath(tool);
-        }
-        QProcess sh;
-        sh.start("sh", {"-c", commands.join("; ")});
-        sh.waitForFinished(5000);
-        return QString::fromUtf8(sh.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts) == expected;
-    }
+    bool resolvesToFakes(const QStringList& tools) const { return vditest::shellFindsIn(m_fakes.path(), tools); }
 
     QTemporaryDir m_fakes;
 };
