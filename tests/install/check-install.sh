@@ -34,4 +34,13 @@ cmake -S "$source/tests/install" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefi
     -DVDI_INSTALLED_INCLUDE_DIR="$include" >/dev/null
 cmake --build "$work/consumer" -j"$(nproc)" >/dev/null
 "$work/consumer/consumer"
+
+# The same program built with nothing but pkg-config's flags, the prefix found from the .pc file.
+pcdir=$(dirname "$(find "$prefix" -name vdidesktopgrpc.pc | head -n 1)")
+[ -d "$pcdir" ] || fail "no pkg-config file installed"
+flags=$(PKG_CONFIG_PATH=$pcdir pkg-config --cflags --libs vdidesktopgrpc) || fail "pkg-config cannot resolve vdidesktopgrpc"
+# shellcheck disable=SC2086
+g++ -std=c++17 -fPIC -o "$work/pcconsumer" "$source/tests/install/consumer.cpp" $flags \
+    || fail "the program does not build with pkg-config's flags"
+LD_LIBRARY_PATH=$(dirname "$library") "$work/pcconsumer" >/dev/null || fail "the pkg-config build does not run"
 echo "check-install: $(find "$include" -name '*.h' | wc -l) headers compile alone; the package links and runs"
