@@ -26,6 +26,7 @@
 
 #include <grpcpp/grpcpp.h>
 
+#include "benchsupport.h"
 #include "client/client_core.grpc.pb.h"
 #include "fakeserver.h"
 #include "vdidesktopgrpcthread.h"
@@ -291,17 +292,7 @@ int main(int argc, char* argv[])
 
     // A home of our own before anything reads it (the worker keeps gateway settings under
     // ~/Documents/gateway); no proxy on loopback; nothing from outside overrides the log rules.
-    QTemporaryDir home(QDir::tempPath() + QStringLiteral("/vdi-bench-home-XXXXXX"));
-    const QByteArray homePath = home.path().toUtf8();
-    qputenv("HOME", homePath);
-    qputenv("XDG_CONFIG_HOME", homePath + "/.config");
-    qputenv("XDG_DATA_HOME", homePath + "/.local/share");
-    qputenv("XDG_CACHE_HOME", homePath + "/.cache");
-    qputenv("XDG_STATE_HOME", homePath + "/.local/state");
-    for (const char* name : {"XDG_DOCUMENTS_DIR", "http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "grpc_proxy",
-                             "all_proxy", "ALL_PROXY", "QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_MESSAGE_PATTERN"})
-        qunsetenv(name);
-
+    vdibench::IsolatedHome home;
     QCoreApplication app(argc, argv);
     qSetMessagePattern(QString::fromLatin1(kPattern));
     const QString logPath = home.path() + QStringLiteral("/heartbeat.log");
@@ -331,30 +322,7 @@ int main(int argc, char* argv[])
 
     apply(kConfigs[0]);
     VdiDesktopGrpcThread facade;
-    tagBaseInfo base;
-    base.ip = QStringLiteral("192.168.10.23");
-    base.mac = QStringLiteral("52:54:00:12:34:56");
-    base.domain = QStringLiteral("corp.example");
-    base.name = QStringLiteral("zhangsan");
-    base.authType = QStringLiteral("password");
-    base.deviceId = base.mac;
-    base.deviceName = QStringLiteral("zhangsan-thinclient");
-    base.clientType = QStringLiteral("linux");
-    base.protocolType = QStringLiteral("spice");
-    base.password = QStringLiteral("s3cr3t-p4ss");
-    base.computerType = 1;
-    facade.initBaseInfoParameter(base);
-    tagExtendInfo extend;
-    extend.model = QStringLiteral("ThinkCentre M720q");
-    extend.vendor = QStringLiteral("LENOVO");
-    extend.osType = QStringLiteral("Linux");
-    extend.osVersion = QStringLiteral("Debian 12");
-    extend.computerType = 1;
-    extend.clientVersion = QStringLiteral("4.5.2");
-    extend.clientLanguage = QStringLiteral("zh");
-    extend.cpuArch = QStringLiteral("x86_64");
-    extend.pineletVersion = QStringLiteral("2.1.0");
-    facade.initExtendInfoParameter(extend);
+    vdibench::fillIdentity(facade);
     facade.initConnection(server.pemPath(), QStringLiteral("127.0.0.1"), ushort(server.port()), false);
 
     // Warm both configurations up; the raw client is made from a call the facade just sent.

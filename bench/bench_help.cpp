@@ -33,12 +33,15 @@
 
 #include <grpcpp/grpcpp.h>
 
+#include "benchsupport.h"
 #include "client/client_core.grpc.pb.h"
 #include "testcertificate.h"
 #include "vdidesktopgrpcthread.h"
 
 namespace {
 
+using vdibench::median;
+using vdibench::statusKib;
 using Clock = std::chrono::steady_clock;
 const int kChunkBytes = 65536;
 const char* const kCommonName = "vdi-bench-server";
@@ -50,18 +53,6 @@ void fail(const QString& text)
 }
 
 // ---- Memory figures of this process --------------------------------------------------------
-
-qint64 statusKib(const char* key)
-{
-    QFile file(QStringLiteral("/proc/self/status"));
-    if (!file.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : file.readAll().split('\n')) {
-        if (line.startsWith(key))
-            return line.mid(int(qstrlen(key))).trimmed().split(' ').first().toLongLong();
-    }
-    return -1;
-}
 
 // Resets the peak to the present resident size and returns that size.
 qint64 resetPeakKib()
@@ -336,13 +327,6 @@ qint64 runClient(const QStringList& arguments)
     if (at < 0)
         fail(QStringLiteral("the client %1 reported no memory figure").arg(arguments.first()));
     return out.mid(at + 7).split(QLatin1Char('\n')).first().toLongLong();
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    const size_t n = values.size();
-    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
 int orchestrate(int rounds, const QList<int>& sizes)
