@@ -1,0 +1,83 @@
+#!/usr/bin/env bash
+# Installs the Debian package of the library and its tools (cpack -G DEB in a build folder) on a
+# fresh Debian 12 system and uses it there, as a new machine would:
+#   - a minimal Debian 12 made with debootstrap in a temporary folder (or a copy of one given),
+#   - the package installed with apt-get, which fetches every dependency it declares,
+#   - nothing missing for the installed programs (ldd),
+#   - a program built on it with find_package and with pkg-config (with the compiler, CMake and
+#     pkg-config installed besides), every installed header compiling alone,
+#   - the installed demo run against the installed simulator.
+# Needs root, debootstrap and Debian's mirror; takes minutes, so it is run by hand:
+#   sudo bash tools/check-deb.sh build/libvdidesktopgrpc_1.0.0_amd64.deb [PRISTINE_ROOT]
+set -euo pipefail
+
+package=${1:?usage: check-deb.sh PACKAGE.deb [PRISTINE_ROOT]}
+pristine=${2:-}
+[ "$(id -u)" -eq 0 ] || { echo "check-deb: run as root (chroot, mount)" >&2; exit 2; }
+[ -f "$package" ] || { echo "check-deb: no such package: $package" >&2; exit 2; }
+
+work=$(mktemp -d /var/tmp/vdi-check-deb.XXXXXX)
+root=$work/root
+cleanup() {
+    for m in proc dev/pts dev; do
+        mountpoint -q "$root/$m" 2>/dev/null && umount -l "$root/$m"
+    done
+    rm -rf --one-file-system "$work"
+}
+trap cleanup EXIT
+
+if [ -n "$pristine" ]; then
+    echo "check-deb: copying the fresh system $pristine"
+    cp -a "$pristine" "$root"
+else
+    echo "check-deb: making a fresh Debian 12 (debootstrap, minbase)"
+    debootstrap --variant=minbase bookworm "$root" http://deb.debian.org/debian >"$work/debootstrap.log"
+fi
+mount --bind /dev "$root/dev"
+mount --bind /dev/pts "$root/dev/pts"
+mount -t proc proc "$root/proc"
+cp /etc/resolv.conf "$root/etc/resolv.conf"
+cp "$package" "$root/tmp/"
+in_root() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 "$@"; }
+
+echo "check-deb: installing $(basename "$package") and its dependencies"
+in_root apt-get update -qq
+in_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+    "/tmp/$(basename "$package")" >"$work/install.log" || { tail -30 "$work/install.log"; exit 1; }
+in_root dpkg-query -W -f='${Package} ${Version} ${db:Status-Status}\n' libvdidesktopgrpc
+
+failed=0
+for program in /usr/bin/vdi-simulator /usr/bin/vdi-demo /usr/bin/vdi-client; do
+    [ -e "$root$program" ] || continue
+    if in_root ldd "$program" | grep -q 'not found'; then
+        echo "check-deb: $program misses libraries:"; in_root ldd "$program" | grep 'not found'
+        failed=1
+    fi
+done
+
+echo "check-deb: a program built on the installed package"
+in_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+    g++ cmake make pkg-config >>"$work/install.log"
+cp -r "$(dirname "$0")/../tests/install" "$root/tmp/consumer"
+if in_root sh -c 'cmake -S /tmp/consumer -B /tmp/consumer/build \
+                      -DVDI_INSTALLED_INCLUDE_DIR=/usr/include/vdidesktopgrpc >/dev/null &&
+                  cmake --build /tmp/consumer/build -j2 >/dev/null && /tmp/consumer/build/consumer' &&
+   in_root sh -c 'g++ -std=c++17 -fPIC -o /tmp/pcconsumer /tmp/consumer/consumer.cpp \
+                      $(pkg-config --cflags --libs vdidesktopgrpc) && /tmp/pcconsumer >/dev/null'; then
+    echo "check-deb: built with find_package and with pkg-config, and ran"
+else
+    echo "check-deb: a program does not build or run on the installed package"; failed=1
+fi
+
+echo "check-deb: the installed demo against the installed simulator"
+if [ -e "$root/usr/bin/vdi-client" ]; then
+    demo=(/usr/bin/vdi-client demo)
+else
+    demo=(/usr/bin/vdi-demo)
+fi
+in_root "${demo[@]}" >"$work/demo.log" 2>&1 || true
+tail -3 "$work/demo.log"
+grep -q "Demo finished: every step worked." "$work/demo.log" || { echo "check-deb: the demo failed"; failed=1; }
+
+[ "$failed" -eq 0 ] && echo "check-deb: the package installs and works on a fresh Debian 12"
+exit "$failed"
