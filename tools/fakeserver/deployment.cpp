@@ -1,6 +1,8 @@
 #include "deployment.h"
 
 #include "fakeserver.h"
+#include "scenario.h"
+#include "deployment.pb.h"
 
 #include <QBuffer>
 
@@ -9,7 +11,9 @@
 #include <google/protobuf/descriptor.h>
 
 #include "client/client_core.pb.h"
+#include "common/common_core.pb.h"
 #include "common/common_messages.pb.h"
+#include "common/error_data.pb.h"
 #include "gateway/gateway_core.pb.h"
 
 #include <algorithm>
@@ -18,6 +22,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <iterator>
+#include <memory>
 #include <mutex>
 
 namespace vdifake {
@@ -58,6 +63,8 @@ const char* const kHelpReportMethod = "/client.ClientCore/onekeyHelp";
 const char* const kHelpUploadMethod = "/client.ClientCore/onekeyHelpUseGateway";
 const char* const kCheckAuthStatusMethod = "/gateway.GatewayCore/CheckAuthStatus";
 const char* const kLoginGatewayMethod = "/gateway.GatewayCore/LoginGateway";
+const char* const kLoginConfigMethod = "/client.ClientCore/getLoginConfig";
+const char* const kBrandingMethod = "/client.ClientCore/queryIndividualConfig";
 const char* const kTokenKey = "gatewayaccesstoken";
 
 // ClientCore methods a client calls before it has logged in to the gateway, and the
@@ -70,10 +77,6 @@ const char* const kOpenClientMethods[] = {
     "/client.ClientCore/Heartbeat",
 };
 
-const int64_t kFarFuture = 4102444800;  // 2100-01-01 00:00:00 UTC
-const int64_t kTokenLifetimeSeconds = 24 * 3600;
-// Where a phone scanning a login code would go; the ticket is appended.
-const char* const kQrLoginUrl = "https://127.0.0.1:8443/qrlogin?ticket=";
 const size_t kMaxDesktopNameBytes = 64;
 // Where the catalogues' icons are; the icon's stem and ".png" are appended.
 const char* const kIconUrl = "https://127.0.0.1:8443/icons/";
@@ -140,46 +143,39 @@ void fillExtendOp(client::ExtendOp* op, bool snapshots)
     op->set_modify_name(1);
 }
 
-struct PoolTemplate {
-    int64_t id;
-    const char* name;
-    const char* shortName;  // in desktop names
-    int type;
-    const char* resourceName;
-    int gatewayAccessStrategy;
-    int64_t expireTime;     // days left; 0: none set
-    int osType;
-    const char* osVersion;
-    bool extra;             // listed in ex_pool_list
-    bool snapshots;
-    const char* hostNetwork;  // the cluster's hosts: <hostNetwork>11 to 14
-    int memoryMb;
-    int cpus;
-};
-
-const PoolTemplate kPools[] = {
-    {101, "Office desktops", "office", 1, "cluster-a", 0, 0, 0, "Windows 10 Enterprise", false, false, "10.10.1.", 4096, 2},
-    {102, "Engineering workstations", "eng", 2, "cluster-b", 1, 30, 1, "Ubuntu 22.04", false, true, "10.10.2.", 16384, 8},
-    {201, "Training lab", "lab", 1, "cluster-a", 1, 0, 0, "Windows 11 Education", true, false, "10.10.1.", 4096, 2},
-};
-
 const char* const kVmStatuses[] = {kRunning, kShutdown, kRunning, kSuspended};
 
-void fillPool(const PoolTemplate& t, client::PoolInfo* pool)
+// The operations a pool's desktops allow: the pool's own list, else all but the snapshots
+// where the pool allows none.
+void fillPoolExtendOp(const config::Pool& t, client::ExtendOp* op)
 {
-    pool->set_id(t.id);
-    pool->set_name(t.name);
+    if (t.has_extend_op())
+        *op = t.extend_op();
+    else
+        fillExtendOp(op, t.snapshots());
+}
+
+void fillPool(const config::Pool& t, client::PoolInfo* pool)
+{
+    pool->set_id(t.id());
+    pool->set_name(t.name());
     pool->set_status(1);
-    pool->set_type(t.type);
-    pool->set_vm_os_type(t.osType);
-    pool->set_vm_os_version(t.osVersion);
-    pool->set_resource_name(t.resourceName);
-    pool->set_gateway_access_strategy(t.gatewayAccessStrategy);
-    pool->set_templetid(t.id * 10);
-    pool->set_recovermode(t.extra ? 1 : 0);
-    if (t.expireTime != 0)
-        pool->set_pool_expire_time(t.expireTime);
-    fillExtendOp(pool->mutable_extend_op(), t.snapshots);
+    pool->set_type(t.type());
+    pool->set_vm_os_type(t.os_type());
+    pool->set_vm_os_version(t.os_version());
+    pool->set_resource_name(t.resource_name());
+    pool->set_gateway_access_strategy(t.gateway_access_strategy());
+    pool->set_templetid(t.id() * 10);
+    pool->set_recovermode(t.extra() ? 1 : 0);
+    if (t.expire_days() != 0)
+        pool->set_pool_expire_time(t.expire_days());
+    fillPoolExtendOp(t, pool->mutable_extend_op());
+}
+
+// Whether a list of permitted users lets `user` in: an empty list lets everyone in.
+bool permitted(const google::protobuf::RepeatedPtrField<std::string>& users, const std::string& user)
+{
+    return users.empty() || std::find(users.begin(), users.end(), user) != users.end();
 }
 
 // The control policy of a desktop or of a remote application. One that keeps data in allows
@@ -212,9 +208,9 @@ void fillControlPolicy(client::ControlPolicy* policy, bool keepDataIn, const std
     policy->set_reconnection_network_time(60);
 }
 
-std::string makeUuid(uint32_t seed, const PoolTemplate& t, int k, uint32_t h)
+std::string makeUuid(uint32_t seed, const config::Pool& t, int k, uint32_t h)
 {
-    return hex(seed, 8) + '-' + hex(static_cast<uint64_t>(t.id), 4) + "-4" + hex(static_cast<uint64_t>(k), 3) + "-8"
+    return hex(seed, 8) + '-' + hex(static_cast<uint64_t>(t.id()), 4) + "-4" + hex(static_cast<uint64_t>(k), 3) + "-8"
         + hex(h & 0xfff, 3) + '-' + hex((static_cast<uint64_t>(h) << 16) | (seed & 0xffff), 12);
 }
 
@@ -315,62 +311,83 @@ bool answerCredentialCheck(const RecordedCall& call, const std::map<std::string,
 
 // ---- The catalogues and the share terminals -------------------------------------------------
 
-struct RemoteAppTemplate {
-    const char* displayName;
-    const char* alias;      // the program the terminal server starts; also the icon's stem
-    int type;               // as the catalogue sorts it: 1 office, 2 engineering
-    const char* host;       // the terminal server
-    bool keepDataIn;        // no drives, read-only USB storage and a watermark
-    int watermarkFontSize;
-};
-
-const RemoteAppTemplate kRemoteApps[] = {
-    {"Word", "winword", 1, "10.10.3.21", true, 14},
-    {"Excel", "excel", 1, "10.10.3.21", true, 14},
-    {"CAD Viewer", "cadviewer", 2, "10.10.3.22", false, 18},
-};
-
-struct SaasAppTemplate {
-    const char* name;
-    const char* iconStem;
-    const char* address;
-    const char* description;
-    const char* ssoProtocol;
-    const char* onlyUser;  // the one user who may open it; null: every user
-};
-
-const SaasAppTemplate kSaasApps[] = {
-    {"Mail", "mail", "https://mail.vdi.local/", "Mail and calendar", "oauth2", nullptr},
-    {"Wiki", "wiki", "https://wiki.vdi.local/", "The teams' knowledge base", "saml2", nullptr},
-    {"Code review", "review", "https://review.vdi.local/", "Reviews of the engineering changes", "oidc",
-     SimulatedDeployment::kDefaultUserName},
-    {"Payroll", "payroll", "https://payroll.vdi.local/", "Salaries and payslips", "cas", "payroll-admin"},
-};
-
-struct ShareTerminalTemplate {
-    const char* deviceId;
-    const char* shareName;
-};
-
-const ShareTerminalTemplate kShareTerminals[] = {
-    {"share-term-01", "Meeting room A"},
-    {"share-term-02", "Reception desk"},
-};
-
-// The entry of a table whose `key` is `name`, or null.
-template <class T, size_t N>
-const T* findEntry(const T (&table)[N], const char* const T::*key, const std::string& name)
+// The entry of a list whose `key` is `name`, or null.
+template <class T>
+const T* findEntry(const google::protobuf::RepeatedPtrField<T>& list, const std::string& (T::*key)() const,
+                   const std::string& name)
 {
-    for (const T& entry : table) {
-        if (name == entry.*key)
+    for (const T& entry : list) {
+        if (name == (entry.*key)())
             return &entry;
     }
     return nullptr;
 }
 
-std::string iconUrl(const char* stem)
+std::string iconUrl(const std::string& stem)
 {
     return std::string(kIconUrl) + stem + ".png";
+}
+
+// The built-in deployment with its lists emptied: what a described deployment starts from,
+// so that the scalars it leaves out (the login answer, the login codes, the gateway's domain
+// and tokens) keep the built-in values.
+config::Deployment describedDefaults()
+{
+    config::Deployment d;
+    if (builtInScenario().deployment)
+        d = *builtInScenario().deployment;
+    d.clear_mode();
+    d.clear_user();
+    d.clear_ldap_user();
+    d.clear_pool();
+    d.clear_remote_app();
+    d.clear_saas_app();
+    d.clear_share_terminal();
+    d.clear_fault();
+    d.clear_login_config();
+    d.clear_branding();
+    d.clear_apply_overruns();
+    d.mutable_gateway()->clear_user();
+    d.mutable_gateway()->clear_token();
+    return d;
+}
+
+std::map<std::string, std::string> usersOf(const google::protobuf::RepeatedPtrField<config::User>& list)
+{
+    std::map<std::string, std::string> users;
+    for (const config::User& user : list)
+        users[user.name()] = user.password();
+    return users;
+}
+
+// Puts `code` and its texts into the error field of a reply (or into the reply, when it is a
+// common.ErrorData itself); false when the reply has no such field.
+bool setReplyError(const std::string& method, Script* answer, int code, const std::string& zh, const std::string& en)
+{
+    const google::protobuf::MethodDescriptor* descriptor = findMethod(method);
+    if (!descriptor)
+        return false;
+    const google::protobuf::Message* prototype =
+        google::protobuf::MessageFactory::generated_factory()->GetPrototype(descriptor->output_type());
+    if (!prototype)
+        return false;
+    std::unique_ptr<google::protobuf::Message> reply(prototype->New());
+    reply->ParseFromString(answer->replyBytes);
+    common::ErrorData* error = dynamic_cast<common::ErrorData*>(reply.get());
+    if (!error) {
+        const google::protobuf::FieldDescriptor* field = descriptor->output_type()->FindFieldByName("error");
+        if (!field || field->message_type() != common::ErrorData::descriptor())
+            return false;
+        error = dynamic_cast<common::ErrorData*>(reply->GetReflection()->MutableMessage(reply.get(), field));
+        if (!error)
+            return false;
+    }
+    error->set_error_code(code);
+    error->set_error_msg_zh(zh);
+    error->set_error_msg_en(en);
+    answer->replyBytes.clear();
+    reply->SerializeToString(&answer->replyBytes);
+    return true;
 }
 
 // Adds a record under its lock, then tells the observer, if any, outside that lock, so that a
@@ -389,11 +406,47 @@ void keepRecord(std::mutex& mutex, std::vector<Record>& records,
 
 } // namespace
 
-SimulatedDeployment::SimulatedDeployment()
+SimulatedDeployment::SimulatedDeployment() : m_config(new config::Deployment)
 {
-    m_users[kDefaultUserName] = kDefaultUserPassword;
-    m_gatewayUsers[kDefaultGatewayUserName] = kDefaultGatewayPassword;
-    m_ldapUsers[kDefaultLdapUserName] = kDefaultLdapPassword;
+    // The built-in scenario's deployment (default.scenario).
+    configure(builtInScenario().deployment ? *builtInScenario().deployment : config::Deployment());
+}
+
+SimulatedDeployment::SimulatedDeployment(const config::Deployment& description) : m_config(new config::Deployment)
+{
+    configure(description);
+}
+
+SimulatedDeployment::~SimulatedDeployment() = default;
+
+void SimulatedDeployment::configure(const config::Deployment& description)
+{
+    if (description.extends_built_in() && builtInScenario().deployment)
+        *m_config = *builtInScenario().deployment;
+    else
+        *m_config = describedDefaults();
+    m_config->MergeFrom(description);
+    m_users = usersOf(m_config->user());
+    m_ldapUsers = usersOf(m_config->ldap_user());
+    m_gatewayUsers = usersOf(m_config->gateway().user());
+    m_smsCodes.clear();
+    for (const config::User& user : m_config->user()) {
+        if (!user.sms_code().empty())
+            m_smsCodes[user.name()] = user.sms_code();
+    }
+    m_issuedTokens = std::set<std::string>(m_config->gateway().token().begin(), m_config->gateway().token().end());
+    m_faultCalls.assign(static_cast<size_t>(m_config->fault_size()), 0);
+    m_applyOverruns = std::max(m_config->apply_overruns(), 0);
+}
+
+const config::Deployment& SimulatedDeployment::description() const
+{
+    return *m_config;
+}
+
+void SimulatedDeployment::setDownHandler(std::function<void(const std::string& method, int downForMs)> handler)
+{
+    m_onDown = std::move(handler);
 }
 
 void SimulatedDeployment::addUser(const QString& name, const QString& password)
@@ -527,16 +580,16 @@ void SimulatedDeployment::install(FakeServer& server, const QString& mode)
         {kHelpReportMethod, &SimulatedDeployment::answerHelpReport, false},
         {kHelpUploadMethod, &SimulatedDeployment::answerHelpUpload, false},
     };
-    std::set<std::string> handled;
+    // Every method this deployment may answer, with its responder (none: cleared).
+    std::map<std::string, FakeServer::Responder> responders;
     for (const auto& entry : answered) {
         const Answer answerCall = entry.answer;
         const bool guarded = entry.guarded;
-        server.setResponder(entry.path, [this, answerCall, guarded](const RecordedCall& call, Script* answer) {
+        responders[entry.path] = [this, answerCall, guarded](const RecordedCall& call, Script* answer) {
             if (guarded && m_gatewayMode && refuseWithoutToken(call, answer))
                 return true;
             return (this->*answerCall)(call, answer);
-        });
-        handled.insert(entry.path);
+        };
     }
 
     const google::protobuf::ServiceDescriptor* clientCore =
@@ -544,28 +597,111 @@ void SimulatedDeployment::install(FakeServer& server, const QString& mode)
     std::set<std::string> open(std::begin(kOpenClientMethods), std::end(kOpenClientMethods));
     for (int i = 0; clientCore && i < clientCore->method_count(); ++i) {
         const std::string path = FakeServer::methodPath(clientCore->method(i));
-        if (handled.count(path) || open.count(path))
+        if (responders.count(path) || open.count(path))
             continue;
         if (m_gatewayMode) {
-            server.setResponder(path, [this](const RecordedCall& call, Script* answer) {
+            responders[path] = [this](const RecordedCall& call, Script* answer) {
                 return refuseWithoutToken(call, answer);
-            });
+            };
         } else {
-            server.clearResponder(path);
+            responders[path] = nullptr;
         }
     }
 
     if (m_gatewayMode) {
-        server.setResponder(kCheckAuthStatusMethod, [this](const RecordedCall& call, Script* answer) {
+        responders[kCheckAuthStatusMethod] = [this](const RecordedCall& call, Script* answer) {
             return answerCheckAuthStatus(call, answer);
-        });
-        server.setResponder(kLoginGatewayMethod, [this](const RecordedCall& call, Script* answer) {
+        };
+        responders[kLoginGatewayMethod] = [this](const RecordedCall& call, Script* answer) {
             return answerLoginGateway(call, answer);
-        });
+        };
     } else {
-        server.clearResponder(kCheckAuthStatusMethod);
-        server.clearResponder(kLoginGatewayMethod);
+        responders[kCheckAuthStatusMethod] = nullptr;
+        responders[kLoginGatewayMethod] = nullptr;
     }
+
+    // The login options and the branding the description gives replace the standing answers.
+    if (m_config->has_login_config())
+        server.setReply(kLoginConfigMethod, m_config->login_config());
+    if (m_config->has_branding())
+        server.setReply(kBrandingMethod, m_config->branding());
+
+    // Faults wrap whatever answers a method: a fault of every method ("*" or no method) wraps
+    // every unary and client-streaming method of the services.
+    std::map<std::string, std::vector<size_t>> faultsOf;
+    for (int i = 0; i < m_config->fault_size(); ++i) {
+        const std::string& method = m_config->fault(i).method();
+        if (!method.empty() && method != "*") {
+            faultsOf[method].push_back(static_cast<size_t>(i));
+            continue;
+        }
+        for (const google::protobuf::Descriptor* inFile : {client::LoginReq::descriptor(), common::ErrorData::descriptor(),
+                                                           gateway::LoginGatewayReq::descriptor(),
+                                                           common::isUseGatewayResp::descriptor()}) {
+            const google::protobuf::FileDescriptor* file = inFile->file();
+            for (int sv = 0; sv < file->service_count(); ++sv) {
+                for (int m = 0; m < file->service(sv)->method_count(); ++m) {
+                    const google::protobuf::MethodDescriptor* descriptor = file->service(sv)->method(m);
+                    if (!descriptor->server_streaming())
+                        faultsOf[FakeServer::methodPath(descriptor)].push_back(static_cast<size_t>(i));
+                }
+            }
+        }
+    }
+    for (auto& faulted : faultsOf) {
+        FakeServer::Responder inner = responders[faulted.first];
+        const std::vector<size_t> faults = faulted.second;
+        responders[faulted.first] = [this, inner, faults](const RecordedCall& call, Script* answer) {
+            return answerWithFaults(call, answer, inner, faults);
+        };
+    }
+
+    for (const auto& responder : responders) {
+        if (responder.second)
+            server.setResponder(responder.first, responder.second);
+        else
+            server.clearResponder(responder.first);
+    }
+}
+
+bool SimulatedDeployment::answerWithFaults(const RecordedCall& call, Script* answer,
+                                           const std::function<bool(const RecordedCall&, Script*)>& inner,
+                                           const std::vector<size_t>& faults)
+{
+    std::vector<const config::Fault*> active;  // the faults this call meets
+    for (size_t index : faults) {
+        const config::Fault& fault = m_config->fault(static_cast<int>(index));
+        const int calls = ++m_faultCalls[index];
+        const int after = fault.down_after_calls();
+        if (after > 0 && (calls == after || (fault.down_repeat() && calls % after == 0)) && m_onDown)
+            m_onDown(call.method, fault.down_for_ms());
+        if (fault.fail_next() == 0 || calls <= fault.fail_next())
+            active.push_back(&fault);
+    }
+    int delayMs = 0;
+    for (const config::Fault* fault : active)
+        delayMs = std::max(delayMs, fault->delay_ms());
+    // A status ends the call without asking anyone; so does a bare fail_next.
+    for (const config::Fault* fault : active) {
+        const bool bare = fault->fail_next() > 0 && fault->error_code() == 0 && fault->delay_ms() == 0;
+        if (fault->status().empty() && !bare)
+            continue;
+        grpc::StatusCode code = grpc::StatusCode::UNAVAILABLE;
+        if (!fault->status().empty())
+            statusCodeFromString(QString::fromStdString(fault->status()), &code);
+        const std::string message = fault->message().empty() ? "injected fault" : fault->message();
+        *answer = statusScript(code, message, *answer);
+        answer->delayMs = std::max(answer->delayMs, delayMs);
+        return true;
+    }
+    if (inner)
+        inner(call, answer);  // when it declines, *answer stays the standing script
+    for (const config::Fault* fault : active) {
+        if (fault->error_code() != 0 && answer->code == grpc::StatusCode::OK)
+            setReplyError(call.method, answer, fault->error_code(), fault->error_msg_zh(), fault->error_msg_en());
+    }
+    answer->delayMs = std::max(answer->delayMs, delayMs);
+    return true;
 }
 
 bool SimulatedDeployment::hasIssuedToken(const RecordedCall& call) const
@@ -594,13 +730,19 @@ bool SimulatedDeployment::answerLogin(const RecordedCall& call, Script* answer)
 
     std::string user;
     bool accepted = false;
-    if (kind.empty() || kind == "0" || kind == "3") {
+    const std::string& qrUser = m_config->qr_login().user();
+    if (!qrUser.empty() && !base.ticket().empty() && m_openTickets.erase(base.ticket()) > 0) {
+        user = qrUser;  // the code was scanned by the QR user
+        accepted = true;
+    } else if (kind.empty() || kind == "0" || kind == "3") {
         user = base.name();
         accepted = passwordMatches(kind == "3" ? m_ldapUsers : m_users, user, base.password());
     } else if (kind == "2") {
         user = base.name();
-        accepted = !base.sms_code().empty() && passwordMatches(m_users, user, base.password());
-    } else if (kind == "1") {
+        const auto code = m_smsCodes.find(user);
+        accepted = !base.sms_code().empty() && (code == m_smsCodes.end() || code->second == base.sms_code())
+            && passwordMatches(m_users, user, base.password());
+    } else if (kind == "1" && (!m_config->has_device_login() || m_config->device_login())) {
         user = base.device_id();
         accepted = !user.empty();
     } else {
@@ -616,14 +758,15 @@ bool SimulatedDeployment::answerLogin(const RecordedCall& call, Script* answer)
         *answer = replyScript(reply, *answer);
         return true;
     }
-    reply.set_domain("vdi.local");
-    reply.set_netbios("VDI");
+    const config::LoginAnswer& login = m_config->login();
+    reply.set_domain(login.domain());
+    reply.set_netbios(login.netbios());
     reply.set_name(user);
     reply.set_userloginname(user);
     reply.set_user_id(10000 + static_cast<int64_t>(stableHash(user) % 90000));
-    reply.set_update_interval(30);
-    reply.set_start_timeout(120);
-    reply.set_due_date(kFarFuture);
+    reply.set_update_interval(login.update_interval());
+    reply.set_start_timeout(login.start_timeout());
+    reply.set_due_date(login.due_date());
     reply.set_auth_type(kind.empty() ? 0 : std::stoi(kind));
     reply.set_isopenldap(kind == "3" ? 1 : 0);
     reply.set_use_gateway(m_gatewayMode ? 1 : 0);
@@ -651,12 +794,13 @@ bool SimulatedDeployment::answerLoginGateway(const RecordedCall& call, Script* a
     }
     const gateway::ClientBaseInfo& base = request.client_base_info();
     gateway::LoginGatewayResp reply;
-    reply.set_domain("vdi-fake-gateway");
+    const config::Gateway& gateway = m_config->gateway();
+    reply.set_domain(gateway.domain());
     if (passwordMatches(m_gatewayUsers, base.name(), base.password())) {
-        const std::string token = "gw-token-" + std::to_string(++m_tokenCounter);
+        const std::string token = gateway.token_prefix() + std::to_string(++m_tokenCounter);
         m_issuedTokens.insert(token);
         reply.set_gw_access_token(token);
-        reply.set_token_due_date(static_cast<int64_t>(std::time(nullptr)) + kTokenLifetimeSeconds);
+        reply.set_token_due_date(static_cast<int64_t>(std::time(nullptr)) + gateway.token_lifetime_seconds());
     } else {
         setError(reply.mutable_error(), 2, "网关用户名或密码错误", "wrong gateway user name or password");
     }
@@ -702,11 +846,12 @@ bool SimulatedDeployment::answerGetCode(const RecordedCall& call, Script* answer
         return true;
     }
     client::CodeResp reply;
-    const std::string ticket = "qr-ticket-" + std::to_string(++m_codeCounter);
+    const std::string ticket = m_config->qr_login().ticket_prefix() + std::to_string(++m_codeCounter);
+    m_openTickets.insert(ticket);
     reply.set_codesource(request.codesource());
     reply.set_codetype(request.codetype());
     reply.set_ticket(ticket);
-    reply.set_qrcodeurl(kQrLoginUrl + ticket);
+    reply.set_qrcodeurl(m_config->qr_login().url_prefix() + ticket);
     return answerWith(reply, answer);
 }
 
@@ -720,11 +865,14 @@ bool SimulatedDeployment::answerRemoteAppList(const RecordedCall& call, Script* 
         return true;
     }
     client::RemoteAppListResp reply;
-    for (const RemoteAppTemplate& app : kRemoteApps) {
+    const std::string user = callerOf(request.client_base_info());
+    for (const config::RemoteApp& app : m_config->remote_app()) {
+        if (!permitted(app.users(), user))
+            continue;
         client::RemoteAppInfo* item = reply.add_app_list();
-        item->set_displayname(app.displayName);
-        item->set_iconurl(iconUrl(app.alias));
-        item->set_type(app.type);
+        item->set_displayname(app.display_name());
+        item->set_iconurl(iconUrl(app.alias()));
+        item->set_type(app.type());
     }
     return answerWith(reply, answer);
 }
@@ -737,20 +885,25 @@ bool SimulatedDeployment::answerConnectAppInfo(const RecordedCall& call, Script*
         return true;
     }
     client::RemoteAppInfoResp reply;
-    const RemoteAppTemplate* app = findEntry(kRemoteApps, &RemoteAppTemplate::displayName, request.displayname());
+    const config::RemoteApp* app =
+        findEntry(m_config->remote_app(), &config::RemoteApp::display_name, request.displayname());
+    const std::string& user = request.username();
     if (!app) {
         setError(reply.mutable_error(), NoSuchRemoteApp, "远程应用不存在", "no such remote application");
         return answerWith(reply, answer);
     }
-    reply.set_appid(std::string("app-") + app->alias);
-    reply.set_fulladdress(std::string("rdp://") + app->host + ":3389/" + app->alias);
-    reply.set_iconurl(iconUrl(app->alias));
-    reply.set_displayname(app->displayName);
-    reply.set_alias(app->alias);
+    if (!permitted(app->users(), user)) {
+        setError(reply.mutable_error(), RemoteAppRefused, "无权访问该应用", "you may not open this application");
+        return answerWith(reply, answer);
+    }
+    reply.set_appid("app-" + app->alias());
+    reply.set_fulladdress("rdp://" + app->host() + ":3389/" + app->alias());
+    reply.set_iconurl(iconUrl(app->alias()));
+    reply.set_displayname(app->display_name());
+    reply.set_alias(app->alias());
     // The watermark names whoever the application was handed to.
-    const std::string& user = request.username();
-    fillControlPolicy(reply.mutable_control_policy(), app->keepDataIn,
-                      user.empty() ? std::string("Internal") : "Internal - " + user, app->watermarkFontSize);
+    fillControlPolicy(reply.mutable_control_policy(), app->keep_data_in(),
+                      user.empty() ? std::string("Internal") : "Internal - " + user, app->watermark_font_size());
     return answerWith(reply, answer);
 }
 
@@ -763,13 +916,13 @@ bool SimulatedDeployment::answerSaasAppList(const RecordedCall& call, Script* an
     }
     // The whole catalogue, also the applications the caller may not open: querySaasApp tells.
     client::SaasAppListResp reply;
-    for (const SaasAppTemplate& app : kSaasApps) {
+    for (const config::SaasApp& app : m_config->saas_app()) {
         client::SaasAppInfo* item = reply.add_app_list();
-        item->set_appname(app.name);
-        item->set_iconurl(iconUrl(app.iconStem));
-        item->set_appaddress(app.address);
-        item->set_description(app.description);
-        item->set_ssoprotocol(app.ssoProtocol);
+        item->set_appname(app.name());
+        item->set_iconurl(iconUrl(app.icon()));
+        item->set_appaddress(app.address());
+        item->set_description(app.description());
+        item->set_ssoprotocol(app.sso_protocol());
     }
     return answerWith(reply, answer);
 }
@@ -782,10 +935,10 @@ bool SimulatedDeployment::answerSaasApp(const RecordedCall& call, Script* answer
         return true;
     }
     common_message::VoidResp reply;
-    const SaasAppTemplate* app = findEntry(kSaasApps, &SaasAppTemplate::name, request.saasappinfo().appname());
+    const config::SaasApp* app = findEntry(m_config->saas_app(), &config::SaasApp::name, request.saasappinfo().appname());
     if (!app)
         setError(reply.mutable_error(), NoSuchSaasApp, "SaaS应用不存在", "no such SaaS application");
-    else if (app->onlyUser && callerOf(request.clientbaseinfo()) != app->onlyUser)
+    else if (!permitted(app->users(), callerOf(request.clientbaseinfo())))
         setError(reply.mutable_error(), SaasAppRefused, "无权访问该应用", "you may not open this application");
     return answerWith(reply, answer);
 }
@@ -800,10 +953,10 @@ bool SimulatedDeployment::answerShareTerminalInfo(const RecordedCall& call, Scri
         return true;
     }
     client::ShareTerminalInfoResp reply;
-    for (const ShareTerminalTemplate& terminal : kShareTerminals) {
+    for (const config::ShareTerminal& terminal : m_config->share_terminal()) {
         client::ShareTerminalInfo* item = reply.add_terminal_list();
-        item->set_device_id(terminal.deviceId);
-        item->set_terminal_share_name(terminal.shareName);
+        item->set_device_id(terminal.device_id());
+        item->set_terminal_share_name(terminal.share_name());
     }
     return answerWith(reply, answer);
 }
@@ -816,7 +969,7 @@ bool SimulatedDeployment::answerShareTerminalTransfer(const RecordedCall& call, 
         return true;
     }
     common::ErrorData reply;
-    if (!findEntry(kShareTerminals, &ShareTerminalTemplate::deviceId, request.dst_device_id()))
+    if (!findEntry(m_config->share_terminal(), &config::ShareTerminal::device_id, request.dst_device_id()))
         setNoSuchShareTerminal(&reply);
     else if (!findDesktop(0, request.vm_uuid()))
         setNoSuchDesktop(&reply);
@@ -839,7 +992,7 @@ bool SimulatedDeployment::answerShareTerminalLogin(const RecordedCall& call, Scr
         return true;
     }
     common::ErrorData reply;
-    if (!findEntry(kShareTerminals, &ShareTerminalTemplate::deviceId, request.device_id()))
+    if (!findEntry(m_config->share_terminal(), &config::ShareTerminal::device_id, request.device_id()))
         setNoSuchShareTerminal(&reply);
     else if (!passwordMatches(m_users, request.username(), request.password()))
         setWrongCredentials(&reply);
@@ -925,37 +1078,66 @@ void SimulatedDeployment::provideDesktops(const std::string& user)
         return;
     std::vector<int64_t>& owned = m_userDesktops[user];
     const uint32_t h = stableHash(user);
-    for (size_t p = 0; p < std::size(kPools); ++p) {
-        const PoolTemplate& t = kPools[p];
-        const int desktops = 1 + static_cast<int>((h + static_cast<uint32_t>(p)) % 3);
+    for (size_t p = 0; p < poolCount(); ++p) {
+        const config::Pool& t = m_config->pool(static_cast<int>(p));
+        if (!permitted(t.users(), user))
+            continue;
+        // The pool's own desktops of this user, else as many made-up ones as it makes.
+        std::vector<const config::Desktop*> described;
+        for (const config::Desktop& desktop : t.desktop()) {
+            if (desktop.owner() == user)
+                described.push_back(&desktop);
+        }
+        const int desktops = t.desktop_size() > 0 ? static_cast<int>(described.size())
+            : t.desktops_per_user() > 0             ? t.desktops_per_user()
+                                                    : 1 + static_cast<int>((h + static_cast<uint32_t>(p)) % 3);
         for (int k = 0; k < desktops; ++k) {
+            const config::Desktop* given = k < static_cast<int>(described.size()) ? described[static_cast<size_t>(k)] : nullptr;
             Desktop d;
-            d.seed = h ^ (static_cast<uint32_t>(t.id) * 2654435761u) ^ static_cast<uint32_t>(k * 40503);
+            d.seed = h ^ (static_cast<uint32_t>(t.id()) * 2654435761u) ^ static_cast<uint32_t>(k * 40503);
             d.owner = user;
             d.pool = p;
             // Ids and uuids are unique in the deployment: a user whose figures meet those of
             // an earlier one takes the next free ones.
-            d.id = t.id * 1000 + static_cast<int64_t>(h % 90) * 10 + k;
+            d.id = given && given->id() > 0 ? given->id() : t.id() * 1000 + static_cast<int64_t>(h % 90) * 10 + k;
             while (m_desktops.count(d.id))
                 d.id += 10;
             uint32_t uuidSeed = d.seed;
-            d.uuid = makeUuid(uuidSeed, t, k, h);
+            d.uuid = given && !given->uuid().empty() ? given->uuid() : makeUuid(uuidSeed, t, k, h);
             while (m_desktopIds.count(d.uuid))
                 d.uuid = makeUuid(++uuidSeed, t, k, h);
-            d.name = std::string(t.shortName) + '-' + user + '-' + std::to_string(k + 1);
-            d.status = kVmStatuses[(d.seed >> 3) % 4];
+            d.name = given && !given->name().empty() ? given->name()
+                                                     : t.short_name() + '-' + user + '-' + std::to_string(k + 1);
+            d.status = given ? (given->status().empty() ? kShutdown : given->status()) : kVmStatuses[(d.seed >> 3) % 4];
             d.mac = "52:54:00:" + hex((d.seed >> 16) & 0xff, 2) + ':' + hex((d.seed >> 8) & 0xff, 2) + ':'
                 + hex(d.seed & 0xff, 2);
-            d.ip = "10.20." + std::to_string(t.id % 256) + '.' + std::to_string(10 + (h % 200) + static_cast<uint32_t>(k));
-            d.hostIp = std::string(t.hostNetwork) + std::to_string(11 + (d.seed >> 9) % 4);
+            d.ip = given && !given->ip().empty()
+                ? given->ip()
+                : "10.20." + std::to_string(t.id() % 256) + '.' + std::to_string(10 + (h % 200) + static_cast<uint32_t>(k));
+            d.hostIp = given && !given->host_ip().empty() ? given->host_ip()
+                                                          : t.host_network() + std::to_string(11 + (d.seed >> 9) % 4);
             d.spicePort = 5900 + static_cast<int>(p) * 1000 + static_cast<int>(d.id % 1000);
-            if (t.snapshots && k == 0)
+            if (given) {
+                for (const client::SnapshotInfo& snapshot : given->snapshot())
+                    d.snapshots.emplace_back(snapshot.name(), snapshot.description());
+            } else if (t.snapshots() && k == 0) {
                 d.snapshots.emplace_back("before-update", "Taken before the monthly update");
+            }
             owned.push_back(d.id);
             m_desktopIds[d.uuid] = d.id;
             m_desktops.emplace(d.id, std::move(d));
         }
     }
+}
+
+size_t SimulatedDeployment::poolCount() const
+{
+    return static_cast<size_t>(m_config->pool_size());
+}
+
+const config::Pool& SimulatedDeployment::poolOf(const Desktop& desktop) const
+{
+    return m_config->pool(static_cast<int>(desktop.pool));
 }
 
 SimulatedDeployment::Desktop* SimulatedDeployment::findDesktop(int64_t id, const std::string& uuid)
@@ -973,9 +1155,11 @@ SimulatedDeployment::Desktop* SimulatedDeployment::findDesktop(int64_t id, const
 void SimulatedDeployment::fillPools(const std::string& user, client::LoginResp* reply) const
 {
     const auto owned = m_userDesktops.find(user);
-    for (size_t p = 0; p < std::size(kPools); ++p) {
-        const PoolTemplate& t = kPools[p];
-        client::PoolInfo* pool = t.extra ? reply->add_ex_pool_list() : reply->add_pool_list();
+    for (size_t p = 0; p < poolCount(); ++p) {
+        const config::Pool& t = m_config->pool(static_cast<int>(p));
+        if (!permitted(t.users(), user))
+            continue;
+        client::PoolInfo* pool = t.extra() ? reply->add_ex_pool_list() : reply->add_pool_list();
         fillPool(t, pool);
         if (owned == m_userDesktops.end())
             continue;
@@ -987,20 +1171,20 @@ void SimulatedDeployment::fillPools(const std::string& user, client::LoginResp* 
     }
 }
 
-void SimulatedDeployment::fillVm(const Desktop& desktop, client::Vm* vm)
+void SimulatedDeployment::fillVm(const Desktop& desktop, client::Vm* vm) const
 {
-    const PoolTemplate& t = kPools[desktop.pool];
+    const config::Pool& t = poolOf(desktop);
     vm->set_vm_id(desktop.id);
     vm->set_vm_name(desktop.name);
     vm->set_vm_status(desktop.status);
-    vm->set_os_type(t.osType);
-    vm->set_os_version(t.osVersion);
+    vm->set_os_type(t.os_type());
+    vm->set_os_version(t.os_version());
     vm->set_is_port_enable(1);
     vm->set_vmuuid(desktop.uuid);
     client::VmAddress* address = vm->add_address_list();
     address->set_mac(desktop.mac);
     address->add_ip_list(desktop.ip);
-    fillExtendOp(vm->mutable_extend_op(), t.snapshots);
+    fillPoolExtendOp(t, vm->mutable_extend_op());
     for (const auto& taken : desktop.snapshots) {
         client::SnapshotInfo* snapshot = vm->add_snapshot_list();
         snapshot->set_name(taken.first);
@@ -1008,26 +1192,29 @@ void SimulatedDeployment::fillVm(const Desktop& desktop, client::Vm* vm)
     }
 }
 
-void SimulatedDeployment::fillVmInfo(const Desktop& desktop, client::VmInfo* vm)
+void SimulatedDeployment::fillVmInfo(const Desktop& desktop, client::VmInfo* vm) const
 {
-    const PoolTemplate& t = kPools[desktop.pool];
+    const config::Pool& t = poolOf(desktop);
     vm->set_vm_id(desktop.id);
     vm->set_vm_name(desktop.name);
     vm->set_vm_status(desktop.status);
     vm->set_vm_is_used(desktop.inUse ? "1" : "0");
     vm->add_ip_list(desktop.ip);
-    vm->set_os_type(t.osType);
-    vm->set_os_version(t.osVersion);
+    vm->set_os_type(t.os_type());
+    vm->set_os_version(t.os_version());
     vm->set_is_port_enable(1);
-    fillExtendOp(vm->mutable_extend_op(), t.snapshots);
+    fillPoolExtendOp(t, vm->mutable_extend_op());
     vm->set_vmuuid(desktop.uuid);
-    vm->set_domain_name("vdi.local");
+    vm->set_domain_name(m_config->login().domain());
     client::VmAddress* address = vm->add_address_list();
     address->set_mac(desktop.mac);
     address->add_ip_list(desktop.ip);
 
-    // Office pools keep data in.
-    fillControlPolicy(vm->mutable_control_policy(), t.type == 1, "Internal", 12);
+    // Office pools keep data in, unless the pool has a policy of its own.
+    if (t.has_control_policy())
+        *vm->mutable_control_policy() = t.control_policy();
+    else
+        fillControlPolicy(vm->mutable_control_policy(), t.type() == 1, "Internal", 12);
 }
 
 bool SimulatedDeployment::answerOperateForVm(const RecordedCall& call, Script* answer)
@@ -1071,7 +1258,7 @@ bool SimulatedDeployment::answerOperateForVm(const RecordedCall& call, Script* a
     reply.set_hostip(desktop->hostIp);
     if (desktop->status == kRunning)
         reply.set_spice_port(std::to_string(desktop->spicePort));
-    reply.set_isusedgateway(m_gatewayMode && kPools[desktop->pool].gatewayAccessStrategy == 1 ? 1 : 0);
+    reply.set_isusedgateway(m_gatewayMode && poolOf(*desktop).gateway_access_strategy() == 1 ? 1 : 0);
     return answerWith(reply, answer);
 }
 
@@ -1122,7 +1309,7 @@ bool SimulatedDeployment::answerSnapshot(const RecordedCall& call, Script* answe
         // Listed in every pool, also where none may be taken.
     } else if (op != CreateSnapshot && op != DeleteSnapshot && op != RevertSnapshot) {
         setError(error, UnsupportedOperation, "不支持的快照操作", "unsupported snapshot operation");
-    } else if (!kPools[desktop->pool].snapshots) {
+    } else if (!poolOf(*desktop).snapshots()) {
         setError(error, SnapshotsNotAllowed, "该桌面池不允许快照", "this pool allows no snapshots");
     } else if (name.empty()) {
         setError(error, SnapshotNameMissing, "快照名称不能为空", "a snapshot needs a name");
@@ -1189,16 +1376,18 @@ bool SimulatedDeployment::answerApplyForVm(const RecordedCall& call, Script* ans
     const client::ClientBaseInfo& base = request.client_base_info();
     const std::string user = callerOf(base);
     const auto owned = m_userDesktops.find(user);
-    size_t pool = std::size(kPools);
-    for (size_t p = 0; p < std::size(kPools) && pool == std::size(kPools); ++p) {
-        if (request.id() != 0 ? kPools[p].id == request.id() : request.pool_name() == kPools[p].name)
+    // The pool asked for, among those the user sees.
+    size_t pool = poolCount();
+    for (size_t p = 0; p < poolCount() && pool == poolCount(); ++p) {
+        const config::Pool& t = m_config->pool(static_cast<int>(p));
+        if ((request.id() != 0 ? t.id() == request.id() : request.pool_name() == t.name()) && permitted(t.users(), user))
             pool = p;
     }
 
     Desktop* desktop = nullptr;
     if (owned == m_userDesktops.end()) {
         setError(reply.mutable_error(), NotLoggedIn, "用户未登录", "log in first");
-    } else if (pool == std::size(kPools)) {
+    } else if (pool == poolCount()) {
         setError(reply.mutable_error(), NoSuchPool, "桌面池不存在", "no such pool");
     } else if (!base.vmuuid().empty() || base.vm_id() > 0) {
         desktop = findDesktop(base.vm_id(), base.vmuuid());
@@ -1266,9 +1455,9 @@ bool SimulatedDeployment::answerQueryVmDetailInfo(const RecordedCall& call, Scri
         setNoSuchDesktop(reply.mutable_error());
         return answerWith(reply, answer);
     }
-    const PoolTemplate& t = kPools[desktop->pool];
-    reply.set_memsize(t.memoryMb);
-    reply.set_cpusize(t.cpus);
+    const config::Pool& t = poolOf(*desktop);
+    reply.set_memsize(t.memory_mb());
+    reply.set_cpusize(t.cpus());
     if (desktop->status == kRunning) {
         const uint32_t load = stableHash(desktop->uuid + '#' + std::to_string(++m_detailQueries));
         reply.set_memrate(percent(200 + load % 600));          // 20.0% to 79.9%

@@ -4,6 +4,14 @@
 // their desktop pools and, in gateway mode, an access gateway on the same port that hands
 // out access tokens and lets no one past it without one.
 //
+// What it holds is described by a vdifake::config::Deployment (deployment.proto), the
+// "deployment { ... }" block of a scenario file (tools/simulator/scenarios/README.md). The
+// default constructor plays the built-in scenario's deployment (default.scenario); what is
+// said below of users, pools, applications and terminals is that deployment. A description
+// replaces its lists (users, pools, applications, terminals, faults) and keeps the built-in
+// values of what it leaves out among the rest (the login answer, login codes, gateway domain
+// and tokens).
+//
 //   vdifake::FakeServer server;
 //   applyScenario(server, defaultScenario(mode), &error);  // standing answers
 //   vdifake::SimulatedDeployment deployment;                // outlives the server's use of it
@@ -112,6 +120,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -125,6 +134,11 @@ class VmInfo;
 } // namespace client
 
 namespace vdifake {
+
+namespace config {
+class Deployment;
+class Pool;
+} // namespace config
 
 class FakeServer;
 struct RecordedCall;
@@ -182,6 +196,7 @@ public:
         NoSuchSaasApp = 41,        // querySaasApp with an appName not in the catalogue
         SaasAppRefused = 42,       // querySaasApp: the caller may not open that application
         NoSuchShareTerminal = 43,  // a transfer to, or a login on, a terminal not listed
+        RemoteAppRefused = 44,     // getConnectAppInfo: the caller may not open that application
     };
     // The codes of a help upload.
     enum HelpUploadError {
@@ -225,8 +240,26 @@ public:
         int code = 0;         // what the upload was answered; 0: a readable zip
     };
 
-    // One controller user, one gateway user and one LDAP user: the defaults above.
+    // The built-in deployment: one controller user, one gateway user and one LDAP user (the
+    // defaults above), three pools, the catalogues and two share terminals.
     SimulatedDeployment();
+    // The deployment a scenario file describes (see configure()).
+    explicit SimulatedDeployment(const config::Deployment& description);
+    ~SimulatedDeployment();
+
+    // Replaces what the deployment holds by a description: its users, pools and desktops,
+    // applications with their permissions, share terminals, gateway users and tokens, login
+    // options and branding, and faults. Call before install(). The description is taken as
+    // checked (parseScenarioFile checks the ones it reads).
+    void configure(const config::Deployment& description);
+    // What is played: the description over the built-in values.
+    const config::Deployment& description() const;
+
+    // Called, on a server thread under the server's lock, when a fault takes the server down
+    // (down_after_calls): whoever owns the server stops it once the call has been answered
+    // and starts it again after `downForMs` (ScenarioServer does). Quick, no call into the
+    // FakeServer. Set before install().
+    void setDownHandler(std::function<void(const std::string& method, int downForMs)> handler);
 
     SimulatedDeployment(const SimulatedDeployment&) = delete;
     SimulatedDeployment& operator=(const SimulatedDeployment&) = delete;
@@ -268,8 +301,11 @@ public:
     void setHelpObservers(std::function<void(const HelpReport&)> onReport,
                           std::function<void(const HelpUpload&)> onUpload);
 
-    // Sets the responders of `mode` ("controller" or "gateway") on the server. Unknown
-    // modes install the controller's answers.
+    // Sets the responders of `mode` ("controller" or "gateway") on the server, the faults of
+    // the description around them, and the described login options and branding as the
+    // standing answers of their methods. Unknown modes install the controller's answers. May
+    // be called again on a new server (one started again after going down): the deployment's
+    // state goes on.
     void install(FakeServer& server, const QString& mode);
 
 private:
@@ -321,6 +357,10 @@ private:
     // For a guarded method: an UNAUTHENTICATED answer when the call has no issued token.
     bool refuseWithoutToken(const RecordedCall& call, Script* answer) const;
     bool hasIssuedToken(const RecordedCall& call) const;
+    // The faults of a method around its answer (`inner`, else the standing script).
+    bool answerWithFaults(const RecordedCall& call, Script* answer,
+                          const std::function<bool(const RecordedCall&, Script*)>& inner,
+                          const std::vector<size_t>& faults);
 
     // Makes the user's desktops at the first login; later logins find them as they are.
     void provideDesktops(const std::string& user);
@@ -328,10 +368,14 @@ private:
     Desktop* findDesktop(int64_t id, const std::string& uuid);
     // The user's pools and their desktops as they now stand.
     void fillPools(const std::string& user, client::LoginResp* reply) const;
-    static void fillVm(const Desktop& desktop, client::Vm* vm);
-    static void fillVmInfo(const Desktop& desktop, client::VmInfo* vm);
+    void fillVm(const Desktop& desktop, client::Vm* vm) const;
+    void fillVmInfo(const Desktop& desktop, client::VmInfo* vm) const;
+    size_t poolCount() const;
+    const config::Pool& poolOf(const Desktop& desktop) const;
 
+    std::unique_ptr<config::Deployment> m_config;       // the description played
     std::map<std::string, std::string> m_users;         // name -> password; ModifyPassword changes it
+    std::map<std::string, std::string> m_smsCodes;      // name -> the code its SMS login wants
     std::map<std::string, std::string> m_gatewayUsers;  // name -> password
     std::map<std::string, std::string> m_ldapUsers;     // name -> password
     bool m_gatewayMode = false;
@@ -340,6 +384,7 @@ private:
     std::set<std::string> m_issuedTokens;
     int m_tokenCounter = 0;
     int m_codeCounter = 0;
+    std::set<std::string> m_openTickets;  // getCode's tickets not yet used by a QR login
     std::map<int64_t, Desktop> m_desktops;                       // by id
     std::map<std::string, int64_t> m_desktopIds;                 // uuid -> id
     std::map<std::string, std::vector<int64_t>> m_userDesktops;  // user -> ids, as listed
@@ -349,6 +394,8 @@ private:
 
     std::atomic<int> m_applyOverruns{0};
     int64_t m_nextTaskId = 7001;
+    std::vector<int> m_faultCalls;  // calls met by each fault so far; touched in the responders only
+    std::function<void(const std::string&, int)> m_onDown;
 
     // Added to by the responders, read from any thread: guarded by m_recordsMutex alone.
     mutable std::mutex m_recordsMutex;

@@ -324,6 +324,7 @@ private:
             } else if (m_state->stopping) {
                 script = shuttingDownScript();
             } else if (script.delayMs > 0) {
+                m_call->delayMs = script.delayMs;
                 m_phase = Phase::Held;
                 m_state->held[this] = {Clock::now() + std::chrono::milliseconds(script.delayMs), script};
                 m_state->timerWake.notify_all();

@@ -45,6 +45,7 @@ struct RecordedCall {
     double deadlineSeconds = -1;  // time left to the deadline on arrival; -1: no deadline
     std::vector<std::string> requests;                 // serialized requests, arrival order
     bool cancelled = false;  // the client cancelled or the deadline passed while held
+    int delayMs = 0;         // how long the server held the call before answering it
 
     // Filled in as the call ends.
     bool finished = false;                               // the call has ended on the server

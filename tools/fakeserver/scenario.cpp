@@ -11,9 +11,13 @@
 #include "client/client_core.pb.h"
 #include "client/client_stream.pb.h"
 #include "common/common_core.pb.h"
+#include "common/error_data.pb.h"
 #include "gateway/gateway_core.pb.h"
+#include "deployment.pb.h"
 
+#include <algorithm>
 #include <memory>
+#include <set>
 
 namespace vdifake {
 
@@ -30,84 +34,23 @@ void ensureGeneratedDescriptors()
     (void)loaded;
 }
 
-enum ModeMask { Controller = 1, Gateway = 2, Both = Controller | Gateway };
-
-struct DefaultReply {
-    int modes;
-    const char* method;
-    const char* replyText;
-};
-
-// The simulator's standing answers. Add a line per method; the text is checked against
-// the method's reply type when it is applied (and by the test suite).
-const DefaultReply kDefaultReplies[] = {
-    // Discovery
-    {Controller, "/common.CommonCore/isUseGateway", "useGateway: 0"},
-    {Gateway, "/common.CommonCore/isUseGateway", "useGateway: 1"},
-    {Gateway, "/common.CommonCore/queryGatewayInfo",
-     R"(gateway_list { name: "fake-gateway" description: "Simulated access gateway"
-                       type: "vdp" domain: "vdi-fake-gateway" public_ip: "127.0.0.1"
-                       VDP_port: "443" RDP_port: "3389" })"},
-    {Both, "/client.ClientCore/WhoAreYou", R"(name: "vdi-fake-controller")"},
-    {Both, "/client.ClientCore/QueryNodes",
-     R"(resourceInfo_list { id: 1 name: "vdi-fake-controller" ip: "127.0.0.1" status: "online"
-                            gateway: false port: 443 }
-        resourceInfo_list { id: 2 name: "vdi-fake-gateway" ip: "127.0.0.1" status: "online"
-                            gateway: true port: 443 })"},
-    {Both, "/client.ClientCore/queryAgentUseControllerIp",
-     R"(ip: "127.0.0.1" port: 443 domain_name: "vdi-fake-controller")"},
-    {Both, "/client.ClientCore/queryDeviceConfigInfo",
-     R"(authType: 0 serverArch: "x86_64" displayType: 0 rememberPassword: true)"},
-
-    // Gateway
-    {Gateway, "/gateway.GatewayCore/CheckAuthStatus", R"(auth_status: 1 auth_type: "password")"},
-    {Gateway, "/gateway.GatewayCore/LoginGateway",
-     R"(domain: "vdi-fake-gateway" gw_access_token: "fake-gateway-access-token"
-        token_due_date: 4102444800)"},
-    {Gateway, "/gateway.GatewayCore/Authenticate", R"(status: "success")"},
-
-    // Session
-    {Both, "/client.ClientCore/getLoginConfig",
-     R"(enableSmsLogin: true enableThirdPartyLogin: true enableWechatEnterpriseLogin: false
-        enableDingtalkLogin: false enableFaceLogin: false enableJjtLogin: false timeout: 300
-        ticket: "login-config-ticket-1" url: "https://127.0.0.1:8443/sso/authorize")"},
-    {Both, "/client.ClientCore/Login",
-     R"(domain: "vdi.local" name: "user" update_interval: 30 start_timeout: 120
-        user_id: 1001 due_date: 4102444800
-        pool_list { id: 1 name: "Office desktops" status: 1 type: 1 })"},
-    {Both, "/client.ClientCore/Heartbeat", ""},
-
-    // Account and client configuration. The library never asks for an upgrade behind a
-    // gateway; the gateway mode offers one all the same, as the controller behind it would
-    // to any client that asks.
-    {Both, "/client.ClientCore/Upgrade",
-     R"(client_version: "2.0.0" download_type: "http" force: 0
-        url: "https://127.0.0.1:8443/upgrade/vdi-client-2.0.0.tar.gz"
-        md5: "9e107d9d372bb6826bd81d3542a419d6"
-        description: "Faster reconnection to a desktop and clearer login errors.")"},
-    {Both, "/client.ClientCore/queryIndividualConfig",
-     R"(systemName: "Simulated Desktop Cloud" copyRight: "Copyright (C) vdi-simulator"
-        logoImgUrl: "https://127.0.0.1:8443/branding/logo.png"
-        backgroundImgUrl: "https://127.0.0.1:8443/branding/background.jpg"
-        content: "Welcome to the simulated desktop cloud." createTime: "2024-03-01 09:00:00"
-        individual: 1 vendor_name: "vdi-simulator")"},
-    {Both, "/client.ClientCore/queryNextCloudInfo", R"(serverIp: "127.0.0.1" port: "8443" enable: 1 ncSize: 10240)"},
-    {Both, "/client.ClientCore/ApplyForEmailInfo",
-     R"(serverAddress: "127.0.0.1" serverPort: "465" sendName: "VDI administrator"
-        sendEmail: "vdi-admin@vdi.local" authName: "vdi-admin@vdi.local" authPaw: "mail-password")"},
-    {Both, "/client.ClientCore/ClientReleasePassword", R"(password: "terminal-authority" enable: 1)"},
-    {Both, "/client.ClientCore/confirmQuantumBind", "bindResult: true"},
-};
-
 class CollectErrors : public google::protobuf::io::ErrorCollector {
 public:
     void AddError(int line, google::protobuf::io::ColumnNumber column, const std::string& message) override
     {
+        if (firstLine < 0) {
+            firstLine = line;
+            firstColumn = column;
+            firstMessage = message;
+        }
         if (!text.empty())
             text += "; ";
         text += std::to_string(line + 1) + ':' + std::to_string(column + 1) + ": " + message;
     }
     std::string text;
+    int firstLine = -1;  // 0-based line of the first error in the parsed text
+    int firstColumn = 0;
+    std::string firstMessage;
 };
 
 QString describe(const std::string& method, const ScenarioEntry& entry)
@@ -143,6 +86,153 @@ const StatusName kStatusNames[] = {
     {grpc::StatusCode::UNAUTHENTICATED, "UNAUTHENTICATED"},
 };
 
+// The script of a scenario entry: its reply parsed as the method's reply type. On error,
+// `*errorLine` (when given) is the 0-based line of the reply text that is wrong.
+bool buildScript(const std::string& path, const ScenarioEntry& entry, Script* script, int* errorLine, QString* error)
+{
+    const google::protobuf::MethodDescriptor* method = findMethod(path);
+    if (!method) {
+        if (error)
+            *error = describe(path, entry) + QStringLiteral(": no such method");
+        return false;
+    }
+    const google::protobuf::Message* prototype =
+        google::protobuf::MessageFactory::generated_factory()->GetPrototype(method->output_type());
+    if (!prototype) {
+        if (error)
+            *error = describe(path, entry) + QStringLiteral(": no generated type for ")
+                + QString::fromStdString(method->output_type()->full_name());
+        return false;
+    }
+    std::unique_ptr<google::protobuf::Message> reply(prototype->New());
+    google::protobuf::TextFormat::Parser parser;
+    CollectErrors errors;
+    parser.RecordErrorsTo(&errors);
+    if (!parser.ParseFromString(entry.replyText, reply.get())) {
+        if (errorLine)
+            *errorLine = std::max(errors.firstLine, 0);
+        if (error)
+            *error = describe(path, entry) + QStringLiteral(": the reply is not a valid %1: %2")
+                .arg(QString::fromStdString(method->output_type()->full_name()),
+                     QString::fromStdString(errors.text));
+        return false;
+    }
+    script->code = entry.code;
+    script->message = entry.message;
+    script->delayMs = entry.delayMs;
+    reply->SerializeToString(&script->replyBytes);
+    return true;
+}
+
+// Whether the reply of a method has an error field (common.ErrorData), or is one.
+bool replyCarriesError(const google::protobuf::MethodDescriptor* method)
+{
+    const google::protobuf::Descriptor* reply = method->output_type();
+    if (reply == common::ErrorData::descriptor())
+        return true;
+    const google::protobuf::FieldDescriptor* field = reply->FindFieldByName("error");
+    return field && field->message_type() == common::ErrorData::descriptor();
+}
+
+// Reads and checks the text of a deployment block. On error, `*line` is the 0-based line of
+// the block's text that is wrong.
+bool readDeployment(const std::string& text, config::Deployment* deployment, int* line, QString* why)
+{
+    using google::protobuf::TextFormat;
+    TextFormat::Parser parser;
+    CollectErrors errors;
+    parser.RecordErrorsTo(&errors);
+    TextFormat::ParseInfoTree tree;
+    parser.WriteLocationsTo(&tree);
+    if (!parser.ParseFromString(text, deployment)) {
+        *line = std::max(errors.firstLine, 0);
+        *why = QStringLiteral("deployment, column %1: %2")
+                   .arg(errors.firstColumn + 1)
+                   .arg(QString::fromStdString(errors.firstMessage));
+        return false;
+    }
+
+    // Where an entry of the block was written.
+    auto at = [&](const TextFormat::ParseInfoTree* in, const google::protobuf::Descriptor* type, const char* name,
+                  int index) {
+        const google::protobuf::FieldDescriptor* field = type->FindFieldByName(name);
+        return in && field ? std::max(in->GetLocation(field, field->is_repeated() ? index : -1).line, 0) : 0;
+    };
+    auto nested = [&](const TextFormat::ParseInfoTree* in, const google::protobuf::Descriptor* type,
+                      const char* name, int index) -> const TextFormat::ParseInfoTree* {
+        const google::protobuf::FieldDescriptor* field = type->FindFieldByName(name);
+        return in && field ? in->GetTreeForNested(field, field->is_repeated() ? index : -1) : nullptr;
+    };
+    auto fail = [&](int where, const QString& message) {
+        *line = where;
+        *why = message;
+        return false;
+    };
+    const google::protobuf::Descriptor* top = config::Deployment::descriptor();
+
+    if (!deployment->mode().empty() && !scenarioModes().contains(QString::fromStdString(deployment->mode())))
+        return fail(at(&tree, top, "mode", 0),
+                    QStringLiteral("unknown mode \"%1\" (controller or gateway)").arg(QString::fromStdString(deployment->mode())));
+    for (const char* kind : {"user", "ldap_user"}) {
+        const auto& users = std::string(kind) == "user" ? deployment->user() : deployment->ldap_user();
+        for (int i = 0; i < users.size(); ++i) {
+            if (users.Get(i).name().empty())
+                return fail(at(&tree, top, kind, i), QStringLiteral("a %1 without a name").arg(QLatin1String(kind)));
+        }
+    }
+    for (int i = 0; i < deployment->gateway().user_size(); ++i) {
+        if (deployment->gateway().user(i).name().empty())
+            return fail(at(nested(&tree, top, "gateway", 0), config::Gateway::descriptor(), "user", i),
+                        QStringLiteral("a gateway user without a name"));
+    }
+
+    std::set<int64_t> poolIds;
+    std::set<std::string> poolNames;
+    for (int i = 0; i < deployment->pool_size(); ++i) {
+        const config::Pool& pool = deployment->pool(i);
+        const int where = at(&tree, top, "pool", i);
+        if (pool.id() <= 0 || !poolIds.insert(pool.id()).second)
+            return fail(where, QStringLiteral("pool \"%1\": every pool needs an id of its own, above 0")
+                                   .arg(QString::fromStdString(pool.name())));
+        if (pool.name().empty() || !poolNames.insert(pool.name()).second)
+            return fail(where, QStringLiteral("pool %1: every pool needs a name of its own").arg(pool.id()));
+        for (int k = 0; k < pool.desktop_size(); ++k) {
+            const config::Desktop& desktop = pool.desktop(k);
+            const int desktopAt = at(nested(&tree, top, "pool", i), config::Pool::descriptor(), "desktop", k);
+            if (desktop.owner().empty())
+                return fail(desktopAt, QStringLiteral("pool %1: a desktop without an owner").arg(pool.id()));
+            const std::string& status = desktop.status();
+            if (!status.empty() && status != "running" && status != "shutdown" && status != "suspended")
+                return fail(desktopAt, QStringLiteral("pool %1: desktop status \"%2\" is none of running, shutdown, "
+                                                      "suspended")
+                                           .arg(pool.id())
+                                           .arg(QString::fromStdString(status)));
+        }
+    }
+
+    for (int i = 0; i < deployment->fault_size(); ++i) {
+        const config::Fault& fault = deployment->fault(i);
+        const int where = at(&tree, top, "fault", i);
+        const QString name = fault.method().empty() ? QStringLiteral("*") : QString::fromStdString(fault.method());
+        const google::protobuf::MethodDescriptor* method = nullptr;
+        if (!fault.method().empty() && fault.method() != "*") {
+            method = findMethod(fault.method());
+            if (!method)
+                return fail(where, QStringLiteral("fault: no such method: %1").arg(name));
+        }
+        grpc::StatusCode code;
+        if (!fault.status().empty() && !statusCodeFromString(QString::fromStdString(fault.status()), &code))
+            return fail(where, QStringLiteral("fault of %1: unknown status %2").arg(name, QString::fromStdString(fault.status())));
+        if (fault.delay_ms() < 0 || fault.fail_next() < 0 || fault.down_after_calls() < 0 || fault.down_for_ms() < 0)
+            return fail(where, QStringLiteral("fault of %1: a count or a time below 0").arg(name));
+        if (fault.error_code() != 0 && method && !replyCarriesError(method))
+            return fail(where, QStringLiteral("fault of %1: its reply has no error field for error_code").arg(name));
+        if (fault.down_for_ms() > 0 && fault.down_after_calls() == 0)
+            return fail(where, QStringLiteral("fault of %1: down_for_ms wants down_after_calls").arg(name));
+    }
+    return true;
+}
+
 } // namespace
 
 const google::protobuf::MethodDescriptor* findMethod(const std::string& path)
@@ -166,20 +256,36 @@ QStringList scenarioModes()
 
 Scenario defaultScenario(const QString& mode)
 {
-    int mask = 0;
-    if (mode == QLatin1String("controller"))
-        mask = Controller;
-    else if (mode == QLatin1String("gateway"))
-        mask = Gateway;
+    if (!scenarioModes().contains(mode))
+        return {};
+    return builtInScenario().methodsFor(mode);
+}
 
-    Scenario scenario;
-    for (const DefaultReply& reply : kDefaultReplies) {
-        if (reply.modes & mask) {
-            ScenarioEntry entry(reply.replyText);
-            entry.origin = "default " + mode.toStdString() + " scenario";
-            scenario[reply.method] = std::move(entry);
-        }
-    }
+Scenario ScenarioFile::methodsFor(const QString& mode) const
+{
+    Scenario scenario = methods;
+    if (mode == QLatin1String("controller"))
+        mergeScenario(&scenario, controllerMethods);
+    else if (mode == QLatin1String("gateway"))
+        mergeScenario(&scenario, gatewayMethods);
+    return scenario;
+}
+
+QString ScenarioFile::mode() const
+{
+    return deployment ? QString::fromStdString(deployment->mode()) : QString();
+}
+
+const ScenarioFile& builtInScenario()
+{
+    static const ScenarioFile scenario = [] {
+        ScenarioFile file;
+        QString error;
+        if (!parseScenarioFile(QString::fromUtf8(builtInScenarioText()), QStringLiteral("built-in scenario"), &file,
+                               &error))
+            qFatal("vdifake: the built-in scenario does not read: %s", qPrintable(error));
+        return file;
+    }();
     return scenario;
 }
 
@@ -193,39 +299,10 @@ bool applyScenario(FakeServer& server, const Scenario& scenario, QString* error)
 {
     std::map<std::string, Script> scripts;
     for (const auto& item : scenario) {
-        const std::string& path = item.first;
-        const ScenarioEntry& entry = item.second;
-        const google::protobuf::MethodDescriptor* method = findMethod(path);
-        if (!method) {
-            if (error)
-                *error = describe(path, entry) + QStringLiteral(": no such method");
-            return false;
-        }
-        const google::protobuf::Message* prototype =
-            google::protobuf::MessageFactory::generated_factory()->GetPrototype(method->output_type());
-        if (!prototype) {
-            if (error)
-                *error = describe(path, entry) + QStringLiteral(": no generated type for ")
-                    + QString::fromStdString(method->output_type()->full_name());
-            return false;
-        }
-        std::unique_ptr<google::protobuf::Message> reply(prototype->New());
-        google::protobuf::TextFormat::Parser parser;
-        CollectErrors errors;
-        parser.RecordErrorsTo(&errors);
-        if (!parser.ParseFromString(entry.replyText, reply.get())) {
-            if (error)
-                *error = describe(path, entry) + QStringLiteral(": the reply is not a valid %1: %2")
-                    .arg(QString::fromStdString(method->output_type()->full_name()),
-                         QString::fromStdString(errors.text));
-            return false;
-        }
         Script script;
-        script.code = entry.code;
-        script.message = entry.message;
-        script.delayMs = entry.delayMs;
-        reply->SerializeToString(&script.replyBytes);
-        scripts[path] = std::move(script);
+        if (!buildScript(item.first, item.second, &script, nullptr, error))
+            return false;
+        scripts[item.first] = std::move(script);
     }
     for (const auto& script : scripts)
         server.setScript(script.first, script.second);
@@ -255,11 +332,14 @@ QString statusCodeName(grpc::StatusCode code)
     return QString::number(static_cast<int>(code));
 }
 
-bool parseScenarioText(const QString& text, const QString& sourceName, Scenario* scenario, QString* error)
+bool parseScenarioFile(const QString& text, const QString& sourceName, ScenarioFile* out, QString* error)
 {
     static const QRegularExpression methodLine(QStringLiteral("^method\\s+(\\S+)\\s*$"));
     static const QRegularExpression statusLine(QStringLiteral("^\\s*status\\s+([^\\s:{<]\\S*)(?:\\s+(.*\\S))?\\s*$"));
     static const QRegularExpression delayLine(QStringLiteral("^\\s*delay\\s+([^\\s:{<]\\S*)\\s*$"));
+    static const QRegularExpression modeLine(QStringLiteral("^\\s*mode\\s+([^\\s:{<]\\S*)\\s*$"));
+    static const QRegularExpression deploymentOpen(QStringLiteral("^deployment\\s*\\{\\s*$"));
+    static const QRegularExpression deploymentClose(QStringLiteral("^\\}\\s*$"));
 
     auto fail = [&](int lineNumber, const QString& why) {
         if (error)
@@ -267,14 +347,31 @@ bool parseScenarioText(const QString& text, const QString& sourceName, Scenario*
         return false;
     };
 
-    Scenario parsed;
+    ScenarioFile parsed;
     std::string currentMethod;
+    QString currentMode;
     ScenarioEntry current;
     bool inBlock = false;
-    auto closeBlock = [&] {
-        if (inBlock)
-            parsed[currentMethod] = current;
+    std::vector<int> replyLines;  // the file's line of each line of the reply text
+    // Ends the block; its reply is checked against the method's reply type here, so that an
+    // error names the line.
+    auto closeBlock = [&]() -> bool {
+        if (!inBlock)
+            return true;
         inBlock = false;
+        Script script;
+        int wrongLine = 0;
+        QString why;
+        if (!buildScript(currentMethod, current, &script, &wrongLine, &why)) {
+            const int line = replyLines.empty() ? 0 : replyLines.at(std::min<size_t>(wrongLine, replyLines.size() - 1));
+            if (error)
+                *error = line > 0 ? QStringLiteral("%1:%2: %3").arg(sourceName).arg(line).arg(why) : why;
+            return false;
+        }
+        Scenario& target = currentMode.isEmpty() ? parsed.methods
+            : currentMode == QLatin1String("controller") ? parsed.controllerMethods : parsed.gatewayMethods;
+        target[currentMethod] = current;
+        return true;
     };
 
     const QStringList lines = text.split(QLatin1Char('\n'));
@@ -285,20 +382,51 @@ bool parseScenarioText(const QString& text, const QString& sourceName, Scenario*
             line.chop(1);
 
         if (line.trimmed().isEmpty()) {
-            closeBlock();
+            if (!closeBlock())
+                return false;
             continue;
         }
         if (!inBlock) {
             if (line.trimmed().startsWith(QLatin1Char('#')))
                 continue;
+            if (deploymentOpen.match(line).hasMatch()) {
+                if (parsed.deployment)
+                    return fail(lineNumber, QStringLiteral("a second deployment block (the first is at %1)")
+                                                .arg(parsed.deploymentOrigin));
+                std::string body;
+                int end = i + 1;
+                for (; end < lines.size(); ++end) {
+                    QString bodyLine = lines.at(end);
+                    if (bodyLine.endsWith(QLatin1Char('\r')))
+                        bodyLine.chop(1);
+                    if (deploymentClose.match(bodyLine).hasMatch())
+                        break;
+                    body += bodyLine.toStdString();
+                    body += '\n';
+                }
+                if (end == lines.size())
+                    return fail(lineNumber, QStringLiteral("the deployment block has no closing line \"}\""));
+                auto deployment = std::make_shared<config::Deployment>();
+                QString why;
+                int whyLine = 0;
+                if (!readDeployment(body, deployment.get(), &whyLine, &why))
+                    return fail(lineNumber + 1 + whyLine, why);
+                parsed.deployment = deployment;
+                parsed.deploymentOrigin = QStringLiteral("%1:%2").arg(sourceName).arg(lineNumber);
+                i = end;
+                continue;
+            }
             const QRegularExpressionMatch m = methodLine.match(line);
             if (!m.hasMatch())
-                return fail(lineNumber, QStringLiteral("expected \"method /package.Service/Method\""));
+                return fail(lineNumber,
+                            QStringLiteral("expected \"method /package.Service/Method\" or \"deployment {\""));
             currentMethod = m.captured(1).toStdString();
             if (!findMethod(currentMethod))
                 return fail(lineNumber, QStringLiteral("no such method: %1").arg(m.captured(1)));
             current = ScenarioEntry();
+            currentMode.clear();
             current.origin = QStringLiteral("%1:%2").arg(sourceName).arg(lineNumber).toStdString();
+            replyLines.clear();
             inBlock = true;
             continue;
         }
@@ -318,15 +446,24 @@ bool parseScenarioText(const QString& text, const QString& sourceName, Scenario*
             current.delayMs = delay;
             continue;
         }
+        m = modeLine.match(line);
+        if (m.hasMatch()) {
+            if (!scenarioModes().contains(m.captured(1)))
+                return fail(lineNumber, QStringLiteral("unknown mode %1 (controller or gateway)").arg(m.captured(1)));
+            currentMode = m.captured(1);
+            continue;
+        }
         current.replyText += line.toStdString();
         current.replyText += '\n';
+        replyLines.push_back(lineNumber);
     }
-    closeBlock();
-    mergeScenario(scenario, parsed);
+    if (!closeBlock())
+        return false;
+    *out = std::move(parsed);
     return true;
 }
 
-bool loadScenarioFile(const QString& path, Scenario* scenario, QString* error)
+bool loadScenarioFile(const QString& path, ScenarioFile* out, QString* error)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
@@ -334,7 +471,25 @@ bool loadScenarioFile(const QString& path, Scenario* scenario, QString* error)
             *error = QStringLiteral("%1: %2").arg(path, file.errorString());
         return false;
     }
-    return parseScenarioText(QString::fromUtf8(file.readAll()), path, scenario, error);
+    return parseScenarioFile(QString::fromUtf8(file.readAll()), path, out, error);
+}
+
+bool parseScenarioText(const QString& text, const QString& sourceName, Scenario* scenario, QString* error)
+{
+    ScenarioFile file;
+    if (!parseScenarioFile(text, sourceName, &file, error))
+        return false;
+    mergeScenario(scenario, file.methods);
+    return true;
+}
+
+bool loadScenarioFile(const QString& path, Scenario* scenario, QString* error)
+{
+    ScenarioFile file;
+    if (!loadScenarioFile(path, &file, error))
+        return false;
+    mergeScenario(scenario, file.methods);
+    return true;
 }
 
 } // namespace vdifake

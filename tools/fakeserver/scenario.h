@@ -12,6 +12,7 @@
 #include <grpcpp/support/status.h>
 
 #include <map>
+#include <memory>
 #include <utility>
 #include <string>
 
@@ -22,6 +23,10 @@ class MethodDescriptor;
 } // namespace google
 
 namespace vdifake {
+
+namespace config {
+class Deployment;
+} // namespace config
 
 struct ScenarioEntry {
     std::string replyText;  // the reply in text format ("useGateway: 1"); empty: all defaults
@@ -46,9 +51,35 @@ const google::protobuf::MethodDescriptor* findMethod(const std::string& path);
 QStringList scenarioModes();
 
 // The simulator's standing answers for a mode: "controller" (a controller reached
-// directly, no gateway in use) or "gateway" (the deployment uses an access gateway).
-// An unknown mode gives an empty scenario.
+// directly, no gateway in use) or "gateway" (the deployment uses an access gateway): the
+// method blocks of the built-in scenario (default.scenario) for that mode. An unknown mode
+// gives an empty scenario.
 Scenario defaultScenario(const QString& mode);
+
+// A whole scenario file as read: its method blocks, for every mode and for one mode alone,
+// and its deployment block, if any.
+struct ScenarioFile {
+    Scenario methods;             // blocks without a "mode" line
+    Scenario controllerMethods;   // "mode controller" blocks
+    Scenario gatewayMethods;      // "mode gateway" blocks
+    // The "deployment { ... }" block, checked; null when the file has none.
+    std::shared_ptr<const config::Deployment> deployment;
+    QString deploymentOrigin;     // "<file>:<line>" of that block
+
+    // The blocks played in a mode: those without a mode line, then those of the mode.
+    Scenario methodsFor(const QString& mode) const;
+    // The deployment's mode ("controller", "gateway"), or empty when it names none.
+    QString mode() const;
+};
+
+// The text of the built-in scenario (tools/fakeserver/default.scenario, compiled in).
+const char* builtInScenarioText();
+// The built-in scenario, read once: its methods and the default deployment.
+const ScenarioFile& builtInScenario();
+
+// Reads a scenario file (format below). An error names the file and the line.
+bool parseScenarioFile(const QString& text, const QString& sourceName, ScenarioFile* out, QString* error);
+bool loadScenarioFile(const QString& path, ScenarioFile* out, QString* error);
 
 // Copies every entry of `overrides` into `base`, replacing entries of the same method.
 void mergeScenario(Scenario* base, const Scenario& overrides);
@@ -58,7 +89,8 @@ void mergeScenario(Scenario* base, const Scenario& overrides);
 // error naming the method; then nothing is applied.
 bool applyScenario(FakeServer& server, const Scenario& scenario, QString* error);
 
-// Scenario files: blocks separated by blank lines.
+// Scenario files: blocks separated by blank lines (tools/simulator/scenarios/README.md has
+// the whole format, the deployment block included).
 //
 //   # Lines starting with '#' outside a block are comments.
 //   method /client.ClientCore/Login
@@ -74,7 +106,18 @@ bool applyScenario(FakeServer& server, const Scenario& scenario, QString* error)
 // its number) and "delay <milliseconds>" set the status and the delay; every other line
 // belongs to the reply, in protobuf text format ('#' comments allowed). A directive never
 // has ':', '{' or '<' after its keyword, which tells it from a reply field of the same
-// name.
+// name. "mode controller" or "mode gateway" plays a block in that mode only.
+//
+//   deployment {
+//     user { name: "alice" password: "secret" }
+//     pool { id: 7 name: "Office" }
+//   }
+//
+// A line "deployment {" opens the description of the deployment (vdifake.config.Deployment
+// in deployment.proto, in text format); a line "}" at the start of a line closes it.
+//
+// These two read the method blocks without a mode line into `scenario` (replacing entries of
+// the same method) and check, but leave out, the rest.
 bool parseScenarioText(const QString& text, const QString& sourceName, Scenario* scenario, QString* error);
 bool loadScenarioFile(const QString& path, Scenario* scenario, QString* error);
 

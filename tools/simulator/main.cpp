@@ -6,8 +6,13 @@
 //   pem <path of the server certificate to trust>
 //   common-name <name to use as the TLS target name>
 //   ready
-// then logs every call it serves on stderr, until SIGINT or SIGTERM (or, with
-// --until-stdin-closes, until its standard input closes).
+// then, on stderr, how to connect to it, and logs every call it serves, until SIGINT or
+// SIGTERM (or, with --until-stdin-closes, until its standard input closes). With --record
+// FILE it writes every call it received, secrets redacted, to FILE at exit and on SIGUSR1.
+//
+// What it plays is a scenario (tools/simulator/scenarios/README.md): the built-in one, or a
+// file given with --scenario whose method blocks replace standing answers and whose
+// deployment block replaces the deployment, faults included.
 //
 // Besides the standing answers of its mode (among them the login options, an upgrade offer,
 // the branding and the file-sharing and mail servers) it plays a small deployment
@@ -19,15 +24,19 @@
 // on, each such call logged with its details (never the password); and, in gateway mode, an
 // access gateway that issues tokens and wants one on the controller's calls.
 
+#include "callrecord.h"
 #include "deployment.h"
 #include "fakeserver.h"
 #include "scenario.h"
+#include "scenarioserver.h"
 
 #include <QCommandLineOption>
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QStringList>
 #include <QTemporaryDir>
+
+#include "deployment.pb.h"
 
 #include <atomic>
 #include <csignal>
@@ -106,15 +115,10 @@ void logHelpReport(const vdifake::SimulatedDeployment::HelpReport& report)
 
 void logHelpUpload(const vdifake::SimulatedDeployment::HelpUpload& upload)
 {
-    logLine(QStringLiteral("/client.ClientCore/onekeyHelpUseGateway: task %1, %2 (%3), %4 bytes in %5 chunk(s); %6")
-                .arg(upload.taskId)
-                .arg(upload.fileName, upload.fileType)
-                .arg(upload.bytes)
-                .arg(upload.chunks)
-                .arg(upload.code == 0 ? QStringLiteral("%1 entries:").arg(upload.entries.size())
-                                      : QStringLiteral("refused with code %1").arg(upload.code)));
-    for (const QString& entry : upload.entries)
-        logLine(QStringLiteral("    ") + entry);
+    const QStringList lines = vdifake::describeHelpUpload(upload);
+    logLine(QStringLiteral("/client.ClientCore/onekeyHelpUseGateway: ") + lines.first());
+    for (int i = 1; i < lines.size(); ++i)
+        logLine(QStringLiteral("    ") + lines.at(i));
 }
 
 // "NAME:PASSWORD" (the password may hold ':' itself) -> the pair; false without a name.
@@ -134,6 +138,54 @@ QString describeUsers(const std::map<QString, QString>& users)
     for (const auto& user : users)
         list << QStringLiteral("%1 (password \"%2\")").arg(user.first, user.second);
     return list.isEmpty() ? QStringLiteral("none") : list.join(QStringLiteral(", "));
+}
+
+// How to reach the simulator, for people: the settings of an application, and vdi-client
+// command lines that check the road and log a user in.
+void logConnectionHint(const vdifake::ScenarioServer& played, const QString& mode, const QString& someUser)
+{
+    const bool gateway = mode == QLatin1String("gateway");
+    logLine(QStringLiteral("connect with: address 127.0.0.1, port %1, server type %2 (%3), certificate (pem) %4, "
+                           "TLS target name override \"%5\"")
+                .arg(played.port())
+                .arg(gateway ? 1 : 0)
+                .arg(gateway ? QStringLiteral("access gateway") : QStringLiteral("controller"))
+                .arg(played.pemPath(), played.commonName()));
+    logLine(QStringLiteral("  in an application: grpc.initServerType(%1); grpc.initConnection(\"%2\", \"127.0.0.1\", %3, "
+                           "false); the library takes the target name from the pem's subject")
+                .arg(gateway ? 1 : 0)
+                .arg(played.pemPath())
+                .arg(played.port()));
+    const QString client = QStringLiteral("vdi-client --server 127.0.0.1 --port %1 --pem %2")
+                               .arg(played.port())
+                               .arg(played.pemPath());
+    logLine(QStringLiteral("  from a shell: %1 discover").arg(client));
+    if (!someUser.isEmpty())
+        logLine(QStringLiteral("  from a shell: %1 --user %2 login").arg(client, someUser));
+}
+
+void logFaults(const vdifake::SimulatedDeployment& deployment)
+{
+    const auto& description = deployment.description();
+    for (const auto& fault : description.fault()) {
+        QStringList what;
+        if (!fault.status().empty())
+            what << QStringLiteral("status %1").arg(QString::fromStdString(fault.status()));
+        if (fault.delay_ms() > 0)
+            what << QStringLiteral("delay %1 ms").arg(fault.delay_ms());
+        if (fault.error_code() != 0)
+            what << QStringLiteral("error %1 in the reply").arg(fault.error_code());
+        if (fault.fail_next() > 0)
+            what << QStringLiteral("on the next %1 call(s) only").arg(fault.fail_next());
+        if (fault.down_after_calls() > 0)
+            what << QStringLiteral("down for %1 ms after %2 call(s)%3")
+                        .arg(fault.down_for_ms())
+                        .arg(fault.down_after_calls())
+                        .arg(fault.down_repeat() ? QStringLiteral(", again and again") : QString());
+        logLine(QStringLiteral("fault of %1: %2")
+                    .arg(fault.method().empty() ? QStringLiteral("every method") : QString::fromStdString(fault.method()),
+                         what.join(QStringLiteral(", "))));
+    }
 }
 
 std::atomic<bool> stdinClosed{false};
@@ -162,6 +214,7 @@ int main(int argc, char* argv[])
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGINT);
     sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGUSR1);  // writes the record
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     QCoreApplication app(argc, argv);
@@ -208,13 +261,29 @@ int main(int argc, char* argv[])
         "LoginOakdeskOnShareTerminal logs a controller user in on one. Both are logged\n"
         "with their devices, desktop, file size and user name, never the password.\n"
         "\n"
-        "A method a scenario file answers is answered by the file alone."));
+        "A method a scenario file answers is answered by the file alone. A scenario file\n"
+        "may also describe the whole deployment (users per login kind, login options and\n"
+        "branding, pools and desktops, applications and who may open them, share\n"
+        "terminals, the gateway's users and tokens) and faults per method: a status, a\n"
+        "delay, an error code in the reply, failing the next N calls, the server going\n"
+        "down and coming back. The format and the example scenarios are in\n"
+        "tools/simulator/scenarios/README.md (installed in\n"
+        "share/vdidesktopgrpc/scenarios/); --print-default prints the built-in scenario."));
     parser.addHelpOption();
     const QCommandLineOption modeOption(QStringLiteral("mode"),
-        QStringLiteral("Default answers: controller (no gateway in use) or gateway."),
+        QStringLiteral("Default answers: controller (no gateway in use) or gateway (default: the"
+                       " scenario's mode, else controller)."),
         QStringLiteral("controller|gateway"), QStringLiteral("controller"));
     const QCommandLineOption scenarioOption(QStringLiteral("scenario"),
-        QStringLiteral("Scenario file whose answers replace the defaults."), QStringLiteral("FILE"));
+        QStringLiteral("Scenario file whose answers and deployment replace the defaults"
+                       " (format: tools/simulator/scenarios/README.md)."), QStringLiteral("FILE"));
+    const QCommandLineOption printDefaultOption(QStringLiteral("print-default"),
+        QStringLiteral("Prints the built-in scenario, a starting point for scenario files, and exits."));
+    const QCommandLineOption recordOption(QStringLiteral("record"),
+        QStringLiteral("Writes every call received (method, metadata, requests; passwords and"
+                       " tokens redacted) and the help uploads' zip entries to FILE at exit and"
+                       " on SIGUSR1."),
+        QStringLiteral("FILE"));
     const QCommandLineOption certDirOption(QStringLiteral("cert-dir"),
         QStringLiteral("Directory for the certificate and key (default: a new temporary one,"
                        " removed on exit)."),
@@ -225,43 +294,66 @@ int main(int argc, char* argv[])
         QStringLiteral("Also stop when standard input closes."));
     const QCommandLineOption userOption(QStringLiteral("user"),
         QStringLiteral("Adds a controller user, or sets a user's password (repeatable). The user"
-                       " demo-user, password demo-password, is always there."),
+                       " demo-user, password demo-password, is there unless a scenario describes the users."),
         QStringLiteral("NAME:PASSWORD"));
     const QCommandLineOption gatewayUserOption(QStringLiteral("gateway-user"),
         QStringLiteral("Adds a gateway user, or sets one's password (repeatable; gateway mode). The"
-                       " user gw-user, password gw-password, is always there."),
+                       " user gw-user, password gw-password, is there unless a scenario describes the users."),
         QStringLiteral("NAME:PASSWORD"));
     const QCommandLineOption ldapUserOption(QStringLiteral("ldap-user"),
         QStringLiteral("Adds an LDAP user, or sets one's password (repeatable). The user ldap-user,"
-                       " password ldap-password, is always there."),
+                       " password ldap-password, is there unless a scenario describes the users."),
         QStringLiteral("NAME:PASSWORD"));
     const QCommandLineOption applyOverrunsOption(QStringLiteral("apply-overruns"),
         QStringLiteral("The first N ApplyForVm calls end with DEADLINE_EXCEEDED at once, as when the"
                        " controller is slow to prepare a desktop (default 0)."),
         QStringLiteral("N"), QStringLiteral("0"));
     parser.addOptions({modeOption, scenarioOption, certDirOption, commonNameOption, stdinOption, userOption,
-                       gatewayUserOption, ldapUserOption, applyOverrunsOption});
+                       gatewayUserOption, ldapUserOption, applyOverrunsOption, printDefaultOption, recordOption});
     parser.process(app);
 
-    const QString mode = parser.value(modeOption);
+    if (parser.isSet(printDefaultOption)) {
+        std::fputs(vdifake::builtInScenarioText(), stdout);
+        return 0;
+    }
+
+    vdifake::ScenarioFile file;  // empty: the built-in scenario alone
+    const bool haveFile = parser.isSet(scenarioOption);
+    if (haveFile) {
+        QString error;
+        if (!vdifake::loadScenarioFile(parser.value(scenarioOption), &file, &error)) {
+            logLine(error);
+            return 2;
+        }
+    }
+    const QString mode = parser.isSet(modeOption) || file.mode().isEmpty() ? parser.value(modeOption) : file.mode();
     if (!vdifake::scenarioModes().contains(mode)) {
         logLine(QStringLiteral("unknown mode \"%1\" (use %2)")
                     .arg(mode, vdifake::scenarioModes().join(QLatin1Char('|'))));
         return 2;
     }
-    vdifake::Scenario scenario = vdifake::defaultScenario(mode);
-    vdifake::Scenario fileScenario;  // the methods the scenario file answers
-    if (parser.isSet(scenarioOption)) {
-        QString error;
-        if (!vdifake::loadScenarioFile(parser.value(scenarioOption), &fileScenario, &error)) {
-            logLine(error);
-            return 2;
-        }
-        vdifake::mergeScenario(&scenario, fileScenario);
-    }
 
-    // Outlives the server below, whose responders refer to it.
-    vdifake::SimulatedDeployment deployment;
+    vdifake::ScenarioServer::Options serverOptions;
+    serverOptions.mode = mode;
+    serverOptions.keepCalls = parser.isSet(recordOption);
+    std::unique_ptr<QTemporaryDir> temporaryDir;
+    if (parser.isSet(certDirOption)) {
+        serverOptions.server.certDir = parser.value(certDirOption);
+    } else {
+        temporaryDir.reset(new QTemporaryDir);
+        if (!temporaryDir->isValid()) {
+            logLine(QStringLiteral("cannot create a temporary directory"));
+            return 1;
+        }
+        serverOptions.server.certDir = temporaryDir->path();
+    }
+    if (parser.isSet(commonNameOption))
+        serverOptions.server.commonName = parser.value(commonNameOption);
+
+    // Outlives the server, whose responders refer to its deployment.
+    auto server = std::make_unique<vdifake::ScenarioServer>(haveFile ? file : vdifake::builtInScenario(), serverOptions);
+    vdifake::ScenarioServer& played = *server;
+    vdifake::SimulatedDeployment& deployment = played.deployment();
     // Each option adds users of one kind.
     using AddUser = void (vdifake::SimulatedDeployment::*)(const QString&, const QString&);
     const std::pair<const QCommandLineOption*, AddUser> userOptions[] = {
@@ -285,72 +377,90 @@ int main(int argc, char* argv[])
     const QString controllerUsers = describeUsers(deployment.users());
     const QString gatewayUsers = describeUsers(deployment.gatewayUsers());
     const QString ldapUsers = describeUsers(deployment.ldapUsers());
-    bool countRead = false;
-    const int applyOverruns = parser.value(applyOverrunsOption).toInt(&countRead);
-    if (!countRead || applyOverruns < 0) {
-        logLine(QStringLiteral("--apply-overruns wants a number from 0 up, not \"%1\"")
-                    .arg(parser.value(applyOverrunsOption)));
-        return 2;
-    }
-    deployment.setApplyOverruns(applyOverruns);
-
-    std::unique_ptr<QTemporaryDir> temporaryDir;
-    vdifake::FakeServer::Options options;
-    if (parser.isSet(certDirOption)) {
-        options.certDir = parser.value(certDirOption);
-    } else {
-        temporaryDir.reset(new QTemporaryDir);
-        if (!temporaryDir->isValid()) {
-            logLine(QStringLiteral("cannot create a temporary directory"));
-            return 1;
-        }
-        options.certDir = temporaryDir->path();
-    }
-    if (parser.isSet(commonNameOption))
-        options.commonName = parser.value(commonNameOption);
-
-    int exitCode = 0;
-    {
-        vdifake::FakeServer server(options);
-        if (!server.isRunning()) {
-            logLine(QStringLiteral("the server could not start"));
-            return 1;
-        }
-        QString error;
-        if (!vdifake::applyScenario(server, scenario, &error)) {
-            logLine(error);
+    const auto users = deployment.users();
+    const QString someUser = users.empty() ? QString() : users.begin()->first;  // for the hint
+    if (parser.isSet(applyOverrunsOption)) {
+        bool countRead = false;
+        const int applyOverruns = parser.value(applyOverrunsOption).toInt(&countRead);
+        if (!countRead || applyOverruns < 0) {
+            logLine(QStringLiteral("--apply-overruns wants a number from 0 up, not \"%1\"")
+                        .arg(parser.value(applyOverrunsOption)));
             return 2;
         }
-        deployment.install(server, mode);
-        // The scenario file wins over the deployment for the methods it answers.
-        for (const auto& entry : fileScenario)
-            server.clearResponder(entry.first);
-        server.setCallObserver(logCall);
+        deployment.setApplyOverruns(applyOverruns);
+    }
+    const int applyOverruns = deployment.applyOverrunsLeft();
+    played.setCallObserver(logCall);
+    played.setStateObserver([](bool up, const std::string& method, int downForMs) {
+        if (up)
+            logLine(QStringLiteral("serving again on the same port with the same certificate"));
+        else if (downForMs < 0)
+            logLine(QStringLiteral("could not serve again on the same port: staying down"));
+        else
+            logLine(QStringLiteral("going down for %1 ms after %2 (a fault of the scenario)")
+                        .arg(downForMs)
+                        .arg(QString::fromStdString(method)));
+    });
 
-        printLine(QStringLiteral("port %1").arg(server.port()));
-        printLine(QStringLiteral("pem %1").arg(server.pemPath()));
-        printLine(QStringLiteral("common-name %1").arg(server.commonName()));
-        printLine(QStringLiteral("ready"));
-        logLine(QStringLiteral("serving %1 mode on 127.0.0.1:%2").arg(mode).arg(server.port()));
-        logLine(QStringLiteral("controller users: %1").arg(controllerUsers));
-        logLine(QStringLiteral("LDAP users: %1").arg(ldapUsers));
-        if (mode == QLatin1String("gateway"))
-            logLine(QStringLiteral("gateway users: %1").arg(gatewayUsers));
-        if (applyOverruns > 0)
-            logLine(QStringLiteral("the first %1 ApplyForVm call(s) end with DEADLINE_EXCEEDED").arg(applyOverruns));
-        for (const auto& entry : fileScenario)
-            logLine(QStringLiteral("%1 answered by the scenario file only").arg(QString::fromStdString(entry.first)));
+    int exitCode = 0;
+    QString error;
+    if (!played.start(&error)) {
+        logLine(error);
+        return 1;
+    }
+    const QString recordPath = parser.value(recordOption);
+    auto writeRecordFile = [&] {
+        QString why;
+        if (vdifake::writeRecord(recordPath, played.calls(), deployment.helpUploads(), &why))
+            logLine(QStringLiteral("record of %1 call(s) written to %2").arg(played.calls().size()).arg(recordPath));
+        else
+            logLine(QStringLiteral("cannot write the record: %1").arg(why));
+    };
 
-        if (parser.isSet(stdinOption))
-            std::thread(watchStdin).detach();
+    printLine(QStringLiteral("port %1").arg(played.port()));
+    printLine(QStringLiteral("pem %1").arg(played.pemPath()));
+    printLine(QStringLiteral("common-name %1").arg(played.commonName()));
+    printLine(QStringLiteral("ready"));
+    logLine(QStringLiteral("serving %1 mode on 127.0.0.1:%2%3")
+                .arg(mode)
+                .arg(played.port())
+                .arg(haveFile ? QStringLiteral(" (scenario %1)").arg(parser.value(scenarioOption)) : QString()));
+    logConnectionHint(played, mode, someUser);
+    logLine(QStringLiteral("controller users: %1").arg(controllerUsers));
+    logLine(QStringLiteral("LDAP users: %1").arg(ldapUsers));
+    if (mode == QLatin1String("gateway"))
+        logLine(QStringLiteral("gateway users: %1").arg(gatewayUsers));
+    if (applyOverruns > 0)
+        logLine(QStringLiteral("the first %1 ApplyForVm call(s) end with DEADLINE_EXCEEDED").arg(applyOverruns));
+    for (const auto& entry : played.fileMethods())
+        logLine(QStringLiteral("%1 answered by the scenario file only").arg(QString::fromStdString(entry.first)));
+    logFaults(deployment);
 
+    if (parser.isSet(stdinOption))
+        std::thread(watchStdin).detach();
+
+    for (;;) {
         int caught = 0;
-        if (sigwait(&stopSignals, &caught) != 0)
+        if (sigwait(&stopSignals, &caught) != 0) {
             exitCode = 1;
+            break;
+        }
+        if (caught == SIGUSR1) {
+            if (recordPath.isEmpty())
+                logLine(QStringLiteral("SIGUSR1: nothing to write without --record FILE"));
+            else
+                writeRecordFile();
+            continue;
+        }
         logLine(QStringLiteral("stopping (%1)")
                     .arg(stdinClosed ? QStringLiteral("standard input closed")
                                      : caught == SIGINT ? QStringLiteral("SIGINT") : QStringLiteral("SIGTERM")));
+        break;
     }
+    played.stop();  // every call ended and recorded
+    if (!recordPath.isEmpty())
+        writeRecordFile();
+    server.reset();
     logLine(QStringLiteral("stopped"));
     return exitCode;
 }
