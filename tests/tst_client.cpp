@@ -1,0 +1,258 @@
+// vdi-client as a user runs it: the program against the built-in deployment served in this
+// process, its JSON read back, its exit codes, and never a password in what it prints.
+#include "scenarioserver.h"
+#include "testsupport.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+struct Run {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+    QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
+};
+
+class Deployment {
+public:
+    explicit Deployment(const QString& mode)
+    {
+        vdifake::ScenarioServer::Options options;
+        options.mode = mode;
+        m_server.reset(new vdifake::ScenarioServer(vdifake::builtInScenario(), options));
+        QString error;
+        m_started = m_server->start(&error);
+        if (!m_started)
+            qWarning() << error;
+    }
+    bool started() const { return m_started; }
+    vdifake::ScenarioServer& server() { return *m_server; }
+
+    // vdi-client with the server's address and certificate, in a home of the run's own (the
+    // gateway's token is saved there), stdin fed with `input`.
+    Run client(QStringList args, const QByteArray& input = QByteArray(), const QString& pem = QString())
+    {
+        args = QStringList{QStringLiteral("--port"), QString::number(m_server->port()), QStringLiteral("--pem"),
+                           pem.isNull() ? m_server->pemPath() : pem, QStringLiteral("--timeout"), QStringLiteral("10")}
+            + args;
+        return runClient(args, input);
+    }
+
+    static Run runClient(const QStringList& args, const QByteArray& input = QByteArray())
+    {
+        QTemporaryDir home;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), home.path());
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path());
+        env.remove(QStringLiteral("VDI_PASSWORD"));
+        QProcess process;
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral(VDI_CLIENT), args);
+        Run run;
+        if (!process.waitForStarted(10000))
+            return run;
+        process.write(input);
+        process.closeWriteChannel();
+        if (!process.waitForFinished(60000)) {
+            process.kill();
+            process.waitForFinished();
+            return run;
+        }
+        run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+        run.out = process.readAllStandardOutput();
+        run.err = process.readAllStandardError();
+        return run;
+    }
+
+private:
+    std::unique_ptr<vdifake::ScenarioServer> m_server;
+    bool m_started = false;
+};
+
+const QStringList kDemoUser{QStringLiteral("--user"), QStringLiteral("demo-user"), QStringLiteral("--password"),
+                            QStringLiteral("demo-password")};
+
+QStringList names(const QJsonArray& rows, const QString& key)
+{
+    QStringList list;
+    for (const QJsonValue& row : rows)
+        list << row.toObject().value(key).toString();
+    return list;
+}
+
+QString stateOf(const QJsonObject& desktops, const QString& name)
+{
+    for (const QJsonValue& row : desktops.value(QStringLiteral("desktops")).toArray())
+        if (row.toObject().value(QStringLiteral("name")).toString() == name)
+            return row.toObject().value(QStringLiteral("state")).toString();
+    return QString();
+}
+
+} // namespace
+
+class TestClient : public QObject
+{
+    Q_OBJECT
+private slots:
+    void discoversAndListsDesktops();
+    void operationsChangeTheDesktop();
+    void applyPrintsConnectionDataWithoutPasswords();
+    void exitCodesTellWhatFailed();
+    void gatewayRoad();
+};
+
+void TestClient::discoversAndListsDesktops()
+{
+    Deployment deployment(QStringLiteral("controller"));
+    QVERIFY(deployment.started());
+
+    const Run discovered = deployment.client({QStringLiteral("--json"), QStringLiteral("discover")});
+    QCOMPARE(discovered.exitCode, 0);
+    QCOMPARE(discovered.json().value(QStringLiteral("serverType")).toString(), QStringLiteral("controller"));
+    QCOMPARE(discovered.json().value(QStringLiteral("serverName")).toString(), QStringLiteral("vdi-fake-controller"));
+    QCOMPARE(discovered.json().value(QStringLiteral("nodes")).toArray().size(), 2);
+
+    const Run listed = deployment.client(kDemoUser + QStringList{QStringLiteral("--json"), QStringLiteral("desktops")});
+    QCOMPARE(listed.exitCode, 0);
+    const QJsonObject json = listed.json();
+    QCOMPARE(names(json.value(QStringLiteral("pools")).toArray(), QStringLiteral("name")),
+             (QStringList{QStringLiteral("Office desktops"), QStringLiteral("Engineering workstations"),
+                          QStringLiteral("Training lab")}));
+    QCOMPARE(json.value(QStringLiteral("desktops")).toArray().size(), 6);
+    QVERIFY(names(json.value(QStringLiteral("desktops")).toArray(), QStringLiteral("name"))
+                .contains(QStringLiteral("office-demo-user-2")));
+
+    // The same values as a table for people.
+    const Run table = deployment.client(kDemoUser + QStringList{QStringLiteral("desktops")});
+    QCOMPARE(table.exitCode, 0);
+    QVERIFY2(table.out.contains("Desktops (6):"), table.out.constData());
+    QVERIFY(table.out.contains("office-demo-user-2"));
+}
+
+void TestClient::operationsChangeTheDesktop()
+{
+    Deployment deployment(QStringLiteral("controller"));
+    QVERIFY(deployment.started());
+    const QString desktop = QStringLiteral("office-demo-user-2");
+    const QStringList json{QStringLiteral("--json")};
+    QCOMPARE(stateOf(deployment.client(kDemoUser + json + QStringList{QStringLiteral("desktops")}).json(), desktop),
+             QStringLiteral("shutdown"));
+
+    const Run started = deployment.client(kDemoUser + json + QStringList{QStringLiteral("operate"), desktop,
+                                                                         QStringLiteral("start")});
+    QCOMPARE(started.exitCode, 0);
+    QCOMPARE(started.json().value(QStringLiteral("state")).toString(), QStringLiteral("running"));
+    QVERIFY(!started.json().value(QStringLiteral("port")).toString().isEmpty());
+    QCOMPARE(stateOf(deployment.client(kDemoUser + json + QStringList{QStringLiteral("desktops")}).json(), desktop),
+             QStringLiteral("running"));
+
+    // Snapshots where the pool allows them.
+    const Run created = deployment.client(kDemoUser + json + QStringList{QStringLiteral("snapshot"), QStringLiteral("eng-demo-user-3"),
+                                                                         QStringLiteral("create"), QStringLiteral("s1")});
+    QCOMPARE(created.exitCode, 0);
+    QVERIFY(names(created.json().value(QStringLiteral("snapshots")).toArray(), QStringLiteral("name"))
+                .contains(QStringLiteral("s1")));
+    const Run refused = deployment.client(kDemoUser + QStringList{QStringLiteral("snapshot"), desktop,
+                                                                  QStringLiteral("create"), QStringLiteral("s1")});
+    QCOMPARE(refused.exitCode, 3);  // a pool without snapshots
+
+    const Run unknown = deployment.client(kDemoUser + QStringList{QStringLiteral("operate"), QStringLiteral("nowhere"),
+                                                                  QStringLiteral("start")});
+    QCOMPARE(unknown.exitCode, 1);
+    const Run badAction = deployment.client(kDemoUser + QStringList{QStringLiteral("operate"), desktop,
+                                                                    QStringLiteral("explode")});
+    QCOMPARE(badAction.exitCode, 1);
+}
+
+void TestClient::applyPrintsConnectionDataWithoutPasswords()
+{
+    Deployment deployment(QStringLiteral("controller"));
+    QVERIFY(deployment.started());
+    const Run json = deployment.client(kDemoUser + QStringList{QStringLiteral("--json"), QStringLiteral("apply"),
+                                                               QStringLiteral("Office desktops")});
+    QCOMPARE(json.exitCode, 0);
+    const QJsonObject data = json.json();
+    QCOMPARE(data.value(QStringLiteral("protocol")).toString(), QStringLiteral("spice"));
+    QVERIFY(!data.value(QStringLiteral("host")).toString().isEmpty());
+    QVERIFY(!data.value(QStringLiteral("port")).toString().isEmpty());
+    QCOMPARE(data.value(QStringLiteral("state")).toString(), QStringLiteral("running"));
+
+    // The reply holds the desktop account's and the spice passwords: neither key nor value is shown.
+    const std::vector<vdifake::RecordedCall> calls = deployment.server().calls("/client.ClientCore/ApplyForVm");
+    QVERIFY(!calls.empty());
+    const Run text = deployment.client(kDemoUser + QStringList{QStringLiteral("--verbose"), QStringLiteral("apply"),
+                                                               QStringLiteral("Office desktops")});
+    QCOMPARE(text.exitCode, 0);
+    for (const QByteArray& out : {json.out, text.out}) {
+        QVERIFY2(!out.toLower().contains("password"), out.constData());
+        QVERIFY(!out.contains("demo-password"));
+    }
+    QVERIFY(!text.err.contains("demo-password"));  // the library's own log redacts it too
+}
+
+void TestClient::exitCodesTellWhatFailed()
+{
+    Deployment deployment(QStringLiteral("controller"));
+    QVERIFY(deployment.started());
+
+    const Run refused = deployment.client({QStringLiteral("--user"), QStringLiteral("demo-user"), QStringLiteral("--password"),
+                                           QStringLiteral("wrong"), QStringLiteral("--json"), QStringLiteral("login")});
+    QCOMPARE(refused.exitCode, 3);
+    QVERIFY(refused.json().value(QStringLiteral("error")).toObject().value(QStringLiteral("message")).toString().contains(
+        QStringLiteral("wrong user name or password")));
+
+    const Run unreachable = Deployment::runClient({QStringLiteral("--port"), QString::number(vditest::unusedPort()),
+                                                   QStringLiteral("--pem"), deployment.server().pemPath(),
+                                                   QStringLiteral("discover")});
+    QCOMPARE(unreachable.exitCode, 2);
+    QCOMPARE(deployment.client({QStringLiteral("discover")}, QByteArray(), QStringLiteral("/nonexistent.pem")).exitCode, 2);
+
+    deployment.server().withServer([](vdifake::FakeServer& server) {
+        server.setStatus("/client.ClientCore/Heartbeat", grpc::StatusCode::INTERNAL, "broken");
+    });
+    QCOMPARE(deployment.client(kDemoUser + QStringList{QStringLiteral("heartbeat")}).exitCode, 4);
+
+    deployment.server().withServer([](vdifake::FakeServer& server) {
+        server.setStatus("/client.ClientCore/Heartbeat", grpc::StatusCode::DEADLINE_EXCEEDED, "slow");
+    });
+    QCOMPARE(deployment.client(kDemoUser + QStringList{QStringLiteral("heartbeat")}).exitCode, 5);
+
+    QCOMPARE(deployment.client({QStringLiteral("no-such-command")}).exitCode, 1);
+    QCOMPARE(deployment.client({QStringLiteral("desktops")}).exitCode, 1);  // no user
+}
+
+void TestClient::gatewayRoad()
+{
+    Deployment deployment(QStringLiteral("gateway"));
+    QVERIFY(deployment.started());
+    const QStringList login{QStringLiteral("--json"), QStringLiteral("login")};
+
+    const Run byOption = deployment.client(kDemoUser + QStringList{QStringLiteral("--gateway-user"), QStringLiteral("gw-user"),
+                                                                   QStringLiteral("--gateway-password"),
+                                                                   QStringLiteral("gw-password")}
+                                           + login);
+    QCOMPARE(byOption.exitCode, 0);
+    QCOMPARE(byOption.json().value(QStringLiteral("throughGateway")).toBool(), true);
+    QCOMPARE(byOption.json().value(QStringLiteral("user")).toString(), QStringLiteral("demo-user"));
+
+    // Not given: asked for, read from stdin here, and the password not echoed into the output.
+    const Run prompted = deployment.client(kDemoUser + login, "gw-user\ngw-password\n");
+    QCOMPARE(prompted.exitCode, 0);
+    QVERIFY(prompted.err.contains("Gateway user: "));
+    QVERIFY(!prompted.out.contains("gw-password") && !prompted.err.contains("gw-password"));
+
+    const Run refused = deployment.client(kDemoUser + login, "gw-user\nwrong\n");
+    QCOMPARE(refused.exitCode, 3);
+    QCOMPARE(deployment.server().calls("/client.ClientCore/Login").size(), size_t(2));
+}
+
+VDI_TEST_MAIN(TestClient)
+#include "tst_client.moc"

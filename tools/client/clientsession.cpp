@@ -1,0 +1,219 @@
+#include "clientsession.h"
+
+#include "vdidesktopgrpchelper.h"
+
+#include <cstdio>
+#include <string>
+
+#include <termios.h>
+#include <unistd.h>
+
+namespace vdiclient {
+
+namespace {
+
+bool g_verbose = false;
+
+void logHandler(QtMsgType, const QMessageLogContext&, const QString& message)
+{
+    if (g_verbose) {
+        const QByteArray line = message.toLocal8Bit() + '\n';
+        std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
+    }
+}
+
+// A failed call carries the gRPC status code and the library's fixed Chinese text for it; a
+// server's refusal carries its own code and texts.
+bool isCallFailure(const tagErrorData& error)
+{
+    if (error.errorCode < 1 || error.errorCode > 16)
+        return false;
+    tagErrorData fixed;
+    VdiDesktopGrpcHelper::toErrorData(grpc::Status(grpc::StatusCode(error.errorCode), std::string()), fixed);
+    return fixed.errorMsgZh == error.errorMsgZh;
+}
+
+} // namespace
+
+int Outcome::exitCode() const
+{
+    if (!answered)
+        return ExitTimeout;
+    if (ok)
+        return ExitOk;
+    if (isCallFailure(error)) {
+        switch (error.errorCode) {
+        case grpc::StatusCode::UNAVAILABLE:
+            return ExitConnection;
+        case grpc::StatusCode::DEADLINE_EXCEEDED:
+            return ExitTimeout;
+        default:
+            return ExitServerError;
+        }
+    }
+    // No channel at all (a pem file that could not be read): nothing was asked.
+    if (error.errorCode == -1 && error.errorMsgZh.isEmpty() && error.errorMsgEn.isEmpty())
+        return ExitConnection;
+    return ExitRefused;
+}
+
+QString Outcome::describe() const
+{
+    switch (exitCode()) {
+    case ExitOk:
+        return QStringLiteral("ok");
+    case ExitTimeout:
+        return answered ? QStringLiteral("the server did not answer in time (code 4)")
+                        : QStringLiteral("no answer within the time limit");
+    case ExitConnection:
+        return error.errorCode == 14
+            ? QStringLiteral("the server cannot be reached (code 14: %1)").arg(error.errorMsgEn)
+            : QStringLiteral("no connection to the server (check the pem file; --verbose shows why)");
+    case ExitServerError:
+        return QStringLiteral("the call failed with gRPC status %1 (%2)").arg(error.errorCode).arg(error.errorMsgEn);
+    default: {
+        QString text = error.errorMsgEn.isEmpty() ? error.errorMsgZh : error.errorMsgEn;
+        if (!error.errorMsgEn.isEmpty() && !error.errorMsgZh.isEmpty())
+            text = QStringLiteral("%1 / %2").arg(error.errorMsgZh, error.errorMsgEn);
+        return QStringLiteral("refused by the server, code %1: %2").arg(error.errorCode).arg(text);
+    }
+    }
+}
+
+Session::Session(const Options& options)
+    : m_options(options)
+{
+    tagBaseInfo base;
+    base.deviceName = QStringLiteral("vdi-client");
+    base.clientType = QStringLiteral("1");
+    m_facade.initBaseInfoParameter(base);
+    tagExtendInfo extend;
+    extend.clientVersion = QStringLiteral(VDI_CLIENT_VERSION);
+    extend.osType = QStringLiteral("linux");
+    m_facade.initExtendInfoParameter(extend);
+}
+
+Session::~Session()
+{
+    m_facade.stop();
+}
+
+bool Session::connectToServer(Outcome* failure)
+{
+    if (m_serverType != -1)
+        return true;
+    m_facade.initDeviceInfo(m_options.server, m_options.port);
+    await(&VdiDesktopGrpcThread::deviceNetworkInfo, [this](QString ip, QString mac, bool found) {
+        // Without a route to the server the identity still needs an address and a MAC.
+        m_facade.setLocalIP(found ? ip : QStringLiteral("127.0.0.1"));
+        m_facade.setLocalMAC(found ? mac : QStringLiteral("02:00:00:00:00:01"));
+    });
+    m_discovery.insert(QStringLiteral("localIp"), m_facade.getLocalIP());
+    m_discovery.insert(QStringLiteral("localMac"), m_facade.getLocalMAC());
+
+    m_facade.initServerType(0);
+    m_facade.initConnection(m_options.pem, m_options.server, m_options.port, m_options.english);
+    Outcome outcome;
+    m_facade.queryServerTypeInfo();
+    outcome.answered = await(&VdiDesktopGrpcThread::queryServerTypeInfoResult, [&](ServerTypeInfoResp reply, bool ok) {
+        outcome.ok = ok;
+        outcome.error = reply.error;
+        if (ok)
+            m_serverType = reply.serverType;
+    });
+    if (outcome.exitCode() != ExitOk) {
+        *failure = outcome;
+        return false;
+    }
+    m_discovery.insert(QStringLiteral("serverType"),
+                       m_serverType == 1 ? QStringLiteral("gateway") : QStringLiteral("controller"));
+    return true;
+}
+
+Outcome Session::login(LoginReply* reply)
+{
+    Outcome outcome;
+    if (!connectToServer(&outcome))
+        return outcome;
+
+    // Behind a gateway without saved credentials the library asks once; a second question
+    // means that the answer was refused, and the login's own answer says so.
+    bool asked = false;
+    const QMetaObject::Connection askConnection =
+        QObject::connect(&m_facade, &VdiDesktopGrpcThread::inputGatewayAuthInfo, &m_facade, [this, &asked] {
+            if (asked)
+                return;
+            asked = true;
+            QString user = m_options.gatewayUser;
+            QString password = m_options.gatewayPassword;
+            if (user.isEmpty())
+                user = prompt(QStringLiteral("Gateway user: "), false);
+            if (password.isEmpty())
+                password = prompt(QStringLiteral("Gateway password: "), true);
+            emit m_facade.loginGateway(user, password);
+        });
+
+    if (!m_options.ldapDomain.isEmpty()) {
+        m_facade.checkAndSaveLdapPasswd(m_options.user, m_options.password, m_options.ldapDomain);
+        Outcome check;
+        check.answered = await(&VdiDesktopGrpcThread::signalCheckAndSaveLdapPasswdResult,
+                               [&](const tagCheckPasswordResp& resp, bool ok) {
+                                   check.ok = ok;
+                                   check.error = resp.error;
+                               });
+        if (check.exitCode() != ExitOk) {
+            QObject::disconnect(askConnection);
+            return check;
+        }
+        // On success the library logs in by itself.
+    } else if (!m_options.smsCode.isEmpty()) {
+        m_facade.loginSMS(m_options.user, m_options.password, m_options.smsCode, m_options.ticket);
+    } else {
+        m_facade.login(m_options.user, m_options.password, QStringLiteral("0"));
+    }
+    outcome.answered = await(&VdiDesktopGrpcThread::loginResult, [&](LoginReply answer, bool ok) {
+        outcome.ok = ok;
+        outcome.error = answer.error;
+        *reply = answer;
+    });
+    QObject::disconnect(askConnection);
+    return outcome;
+}
+
+void installLogHandler(bool verbose)
+{
+    g_verbose = verbose;
+    qInstallMessageHandler(logHandler);
+}
+
+QString prompt(const QString& question, bool secret)
+{
+    std::fputs(question.toLocal8Bit().constData(), stderr);
+    std::fflush(stderr);
+    const bool terminal = ::isatty(STDIN_FILENO);
+    termios saved{};
+    if (secret && terminal) {
+        ::tcgetattr(STDIN_FILENO, &saved);
+        termios quiet = saved;
+        quiet.c_lflag &= ~tcflag_t(ECHO);
+        ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
+    }
+    // One stdio stream for every question, so that answers piped in one go are read in turn.
+    std::string read;
+    char chunk[256];
+    while (std::fgets(chunk, sizeof chunk, stdin)) {
+        read += chunk;
+        if (!read.empty() && read.back() == '\n')
+            break;
+    }
+    while (!read.empty() && (read.back() == '\n' || read.back() == '\r'))
+        read.pop_back();
+    const QString line = QString::fromLocal8Bit(read.c_str());
+    if (secret && terminal) {
+        ::tcsetattr(STDIN_FILENO, TCSANOW, &saved);
+        std::fputc('\n', stderr);
+    }
+    return line;
+}
+
+} // namespace vdiclient

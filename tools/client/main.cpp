@@ -1,0 +1,560 @@
+// vdi-client: the road of a thin client from the command line, over the library's facade, for
+// any controller or access gateway: discovery, login (directly or through a gateway), pools and
+// desktops, a desktop handed out with its connection data, operations on it, heartbeat,
+// applications, share terminals and the one-key help report. Every invocation is one session:
+// commands that need a user log in first. Passwords are sent, never printed.
+
+#include "clientsession.h"
+#include "report.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QProcessEnvironment>
+
+#include <cstdio>
+#include <map>
+
+#include <unistd.h>
+
+using namespace vdiclient;
+
+namespace {
+
+using Row = Report::Row;
+
+int failed(Report& report, const Outcome& outcome, const QString& what)
+{
+    report.failure(outcome.exitCode(), QStringLiteral("%1: %2").arg(what, outcome.describe()));
+    return outcome.exitCode();
+}
+
+int usage(Report& report, const QString& text)
+{
+    report.failure(ExitUsage, text);
+    return ExitUsage;
+}
+
+QString firstAddress(const tagVMInfo& vm)
+{
+    for (const tagVMAddress& address : vm.addressList)
+        if (!address.ipList.isEmpty())
+            return address.ipList.first();
+    return vm.ipList.isEmpty() ? QString() : vm.ipList.first();
+}
+
+// A desktop of the login's pools by name, UUID or id.
+struct Found {
+    const tagPoolInfo* pool = nullptr;
+    const tagVM* vm = nullptr;
+    tagVmNodeInfo node() const { return tagVmNodeInfo{vm->vmUuid, vm->vmName, 0}; }
+};
+
+Found findDesktop(const LoginReply& login, const QString& key)
+{
+    for (const tagPoolInfo& pool : login.poolList)
+        for (const tagVM& vm : pool.vmList)
+            if (vm.vmName == key || vm.vmUuid == key || QString::number(vm.vmId) == key)
+                return Found{&pool, &vm};
+    return Found{};
+}
+
+// Logs in, or fills the report with why not; returns the exit code. Every command that needs
+// a user starts here.
+int logIn(Session& session, Report& report, LoginReply* login)
+{
+    if (session.options().user.isEmpty())
+        return usage(report, QStringLiteral("this command logs in: give --user (and --password or VDI_PASSWORD)"));
+    const Outcome outcome = session.login(login);
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("login as \"%1\"").arg(session.options().user));
+    return ExitOk;
+}
+
+// Logs in and finds the desktop that `key` names (pointing into `*login`); returns the exit code.
+int logInTo(Session& session, Report& report, const QString& key, LoginReply* login, Found* found)
+{
+    if (const int code = logIn(session, report, login))
+        return code;
+    *found = findDesktop(*login, key);
+    if (!found->vm)
+        return usage(report, QStringLiteral("no desktop \"%1\" among the user's desktops").arg(key));
+    return ExitOk;
+}
+
+// The answer to one request: waits for `signal`, lets `take` read the record, and fills the
+// outcome from the record's error and the flag.
+template <class Reply, class... Rest, class Take>
+Outcome answer(Session& session, void (VdiDesktopGrpcThread::*signal)(Reply, bool, Rest...), Take take)
+{
+    Outcome outcome;
+    outcome.answered = session.await(signal, [&](Reply reply, bool ok, Rest...) {
+        outcome.ok = ok;
+        outcome.error = reply.error;
+        take(reply);
+    });
+    return outcome;
+}
+
+// ---- Commands -----------------------------------------------------------------------------
+
+int discover(Session& session, const QStringList&, Report& report)
+{
+    Outcome outcome;
+    if (!session.connectToServer(&outcome))
+        return failed(report, outcome, QStringLiteral("server type"));
+    VdiDesktopGrpcThread& facade = session.facade();
+    const QJsonObject identity = session.discovery();
+    for (auto it = identity.begin(); it != identity.end(); ++it)
+        report.field(it.key(), it.value().toVariant());
+
+    if (session.gatewayDeployment()) {
+        std::vector<Row> gateways;
+        facade.queryGatewayInfo();
+        outcome = answer(session, &VdiDesktopGrpcThread::queryGatewayInfoResult, [&](const GatewayInfoResp& reply) {
+            for (const tagGatewayInfo& g : reply.gatewayList)
+                gateways.push_back({{"name", g.name}, {"type", g.type}, {"domain", g.domain}, {"publicIp", g.publicIp},
+                                    {"vdpPort", g.vdpPort}, {"rdpPort", g.rdpPort}});
+        });
+        if (outcome.exitCode() != ExitOk)
+            return failed(report, outcome, QStringLiteral("gateways"));
+        report.table(QStringLiteral("gateways"), QStringLiteral("Access gateways"), gateways);
+    }
+
+    facade.queryControllerTypeForGrpcThread(session.options().server);
+    outcome = answer(session, &VdiDesktopGrpcThread::queryControllerTypeResultForGrpcThread,
+                     [&](const QueryControllerTypeResp& reply) { report.field(QStringLiteral("serverName"), reply.name); });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("server name"));
+
+    std::vector<Row> nodes;
+    facade.queryControllerListForGrpcThread(session.options().server);
+    outcome = answer(session, &VdiDesktopGrpcThread::queryControllerListResultForGrpcThread,
+                     [&](const QureyControllerListResp& reply) {
+                         for (const tagResourceInfo& n : reply.resourceList)
+                             nodes.push_back({{"name", n.name}, {"ip", n.ip}, {"port", n.port}, {"status", n.status},
+                                              {"gateway", n.gateway}});
+                     });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("nodes"));
+    report.table(QStringLiteral("nodes"), QStringLiteral("Nodes"), nodes);
+    return ExitOk;
+}
+
+int login(Session& session, const QStringList&, Report& report)
+{
+    LoginReply reply;
+    if (const int code = logIn(session, report, &reply))
+        return code;
+    report.field(QStringLiteral("user"), reply.name);
+    report.field(QStringLiteral("userId"), reply.userId);
+    report.field(QStringLiteral("domain"), reply.domain);
+    report.field(QStringLiteral("throughGateway"), session.gatewayDeployment());
+    report.field(QStringLiteral("pools"), reply.poolList.size());
+    return ExitOk;
+}
+
+int desktops(Session& session, const QStringList&, Report& report)
+{
+    LoginReply reply;
+    if (const int code = logIn(session, report, &reply))
+        return code;
+    std::vector<Row> pools, desktops;
+    for (const tagPoolInfo& pool : reply.poolList) {
+        pools.push_back({{"id", pool.id}, {"name", pool.name}, {"extra", pool.isExPool}, {"desktops", pool.vmList.size()}});
+        for (const tagVM& vm : pool.vmList)
+            desktops.push_back({{"pool", pool.name}, {"name", vm.vmName}, {"state", vm.vmStatus},
+                                {"address", firstAddress(vm)}, {"snapshots", vm.snapshotList.size()}, {"uuid", vm.vmUuid}});
+    }
+    report.table(QStringLiteral("pools"), QStringLiteral("Pools"), pools);
+    report.table(QStringLiteral("desktops"), QStringLiteral("Desktops"), desktops);
+    return ExitOk;
+}
+
+// Asks for a desktop of the pool again while the controller is still preparing it, then for its
+// connection data. The reply's passwords are for a remote-desktop client and never printed.
+int apply(Session& session, const QStringList& args, Report& report)
+{
+    if (args.size() != 1)
+        return usage(report, QStringLiteral("apply wants one pool (name or id)"));
+    LoginReply login;
+    if (const int code = logIn(session, report, &login))
+        return code;
+    const tagPoolInfo* pool = nullptr;
+    for (const tagPoolInfo& p : login.poolList)
+        if (p.name == args[0] || QString::number(p.id) == args[0])
+            pool = &p;
+    if (!pool)
+        return usage(report, QStringLiteral("no pool \"%1\" among the user's pools").arg(args[0]));
+    VdiDesktopGrpcThread& facade = session.facade();
+    const tagVM* wanted = pool->vmList.isEmpty() ? nullptr : &pool->vmList.first();
+    const QString vmId = wanted ? QString::number(wanted->vmId) : QString();
+    const QString vmUuid = wanted ? wanted->vmUuid : QString();
+    const tagVmNodeInfo node{pool->name, wanted ? wanted->vmName : QString(), 0};
+
+    ApplyForVMReply assigned;
+    Outcome outcome;
+    const int attempts = 5;
+    for (int attempt = 1; attempt <= attempts; ++attempt) {
+        facade.applyForVM(node, QString::number(pool->id), vmId, vmUuid, pool->name, QString(), 0);
+        outcome = answer(session, &VdiDesktopGrpcThread::applyForVMResult, [&](const ApplyForVMReply& r) { assigned = r; });
+        if (!(outcome.ok && assigned.error.errorCode == 4))
+            break;
+        std::fprintf(stderr, "the controller is still preparing the desktop; asking again\n");
+        outcome.ok = false;  // still preparing after the last attempt
+    }
+    if (outcome.exitCode() != ExitOk || (assigned.error.errorCode != 0 && assigned.error.errorCode != -1))
+        return failed(report, outcome, QStringLiteral("desktop of the pool \"%1\"").arg(pool->name));
+
+    const tagVMInfo& vm = assigned.vmInfo;
+    OperateForVMReply connection;
+    facade.applyForVMOfQuery(node, QString::number(vm.vmId), vm.vmUuid, QString(), 0, VdiGrpc::tagOperateVMWay(0),
+                             VdiGrpc::tagOperateVMType(0));
+    outcome = answer(session, &VdiDesktopGrpcThread::applyForVMOfQueryResult,
+                     [&](const OperateForVMReply& r) { connection = r; });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("connection data of \"%1\"").arg(vm.vmName));
+    report.field(QStringLiteral("desktop"), vm.vmName);
+    report.field(QStringLiteral("uuid"), vm.vmUuid);
+    report.field(QStringLiteral("state"), connection.vmInfo.vmStatus);
+    report.field(QStringLiteral("address"), firstAddress(vm));
+    report.field(QStringLiteral("protocol"), QStringLiteral("spice"));
+    report.field(QStringLiteral("host"), connection.hostIp.isEmpty() ? assigned.hostIp : connection.hostIp);
+    report.field(QStringLiteral("port"), connection.spicePort);
+    if (!connection.tlsPort.isEmpty())
+        report.field(QStringLiteral("tlsPort"), connection.tlsPort);
+    report.field(QStringLiteral("account"), assigned.userNameOrDeviceName);
+    return ExitOk;
+}
+
+int operate(Session& session, const QStringList& args, Report& report)
+{
+    static const std::map<QString, int> actions = {{QStringLiteral("state"), 0},    {QStringLiteral("start"), 1},
+                                                   {QStringLiteral("shutdown"), 2}, {QStringLiteral("reboot"), 3},
+                                                   {QStringLiteral("disconnect"), 4}, {QStringLiteral("poweroff"), 5}};
+    const auto action = args.size() == 2 ? actions.find(args[1]) : actions.end();
+    if (action == actions.end())
+        return usage(report, QStringLiteral("operate wants a desktop and one of state, start, shutdown, reboot, "
+                                            "disconnect, poweroff"));
+    LoginReply login;
+    Found found;
+    if (const int code = logInTo(session, report, args[0], &login, &found))
+        return code;
+    OperateForVMReply reply;
+    session.facade().operateVM(found.node(), QString::number(found.vm->vmId), found.vm->vmUuid,
+                               VdiGrpc::tagOperateVMType(action->second), VdiGrpc::tagOperateVMWay(0), 0, QString());
+    Outcome outcome = answer(session, &VdiDesktopGrpcThread::operateVMResult, [&](const OperateForVMReply& r) { reply = r; });
+    // A disconnect counts as delivered once the server answered: its error still tells.
+    if (outcome.ok && reply.error.errorCode > 0)
+        outcome.ok = false;
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("%1 \"%2\"").arg(action->first, found.vm->vmName));
+    report.field(QStringLiteral("desktop"), found.vm->vmName);
+    report.field(QStringLiteral("state"), reply.vmInfo.vmStatus);
+    report.field(QStringLiteral("host"), reply.hostIp);
+    report.field(QStringLiteral("port"), reply.spicePort);
+    return ExitOk;
+}
+
+int snapshot(Session& session, const QStringList& args, Report& report)
+{
+    static const std::map<QString, int> actions = {{QStringLiteral("create"), 1}, {QStringLiteral("delete"), 2},
+                                                   {QStringLiteral("revert"), 3}, {QStringLiteral("list"), 4}};
+    const auto action = args.size() >= 2 ? actions.find(args[1]) : actions.end();
+    if (action == actions.end() || (action->second != 4 && args.size() != 3))
+        return usage(report, QStringLiteral("snapshot wants a desktop and list, or create|delete|revert NAME"));
+    LoginReply login;
+    Found found;
+    if (const int code = logInTo(session, report, args[0], &login, &found))
+        return code;
+    const QString name = args.value(2);
+    SnapshotReply reply;
+    session.facade().snapshot(found.node(), QString::number(found.vm->vmId), found.vm->vmUuid,
+                              VdiGrpc::tagSnapshotType(action->second), name, name);
+    const Outcome outcome = answer(session, &VdiDesktopGrpcThread::snapshotResult, [&](const SnapshotReply& r) { reply = r; });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("snapshot %1 of \"%2\"").arg(action->first, found.vm->vmName));
+    std::vector<Row> snapshots;
+    for (const tagSnapshotInfo& s : reply.snapshotList)
+        snapshots.push_back({{"name", s.name}, {"description", s.description}});
+    report.table(QStringLiteral("snapshots"), QStringLiteral("Snapshots of %1").arg(found.vm->vmName), snapshots);
+    return ExitOk;
+}
+
+int rename(Session& session, const QStringList& args, Report& report)
+{
+    if (args.size() != 2)
+        return usage(report, QStringLiteral("rename wants a desktop and its new name"));
+    LoginReply login;
+    Found found;
+    if (const int code = logInTo(session, report, args[0], &login, &found))
+        return code;
+    session.facade().modifyVMName(found.node(), QString::number(found.vm->vmId), found.vm->vmUuid, args[1], 0, false);
+    const Outcome outcome = answer(session, &VdiDesktopGrpcThread::modifyVMNameResult, [](const ModifyVMNameReply&) {});
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("rename \"%1\"").arg(found.vm->vmName));
+    report.field(QStringLiteral("desktop"), args[1]);
+    return ExitOk;
+}
+
+int heartbeat(Session& session, const QStringList&, Report& report)
+{
+    LoginReply login;
+    if (const int code = logIn(session, report, &login))
+        return code;
+    session.facade().sendHeart(QString(), QString(), -1);
+    Outcome outcome = answer(session, &VdiDesktopGrpcThread::recvHeartbeatResultVDT, [](const HeartbeatReply&) {});
+    // The library answers true for a server out of reach (14) or slow (4): here that is a failure.
+    if (outcome.ok && outcome.error.errorCode > 0)
+        outcome.ok = false;
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("heartbeat"));
+    report.field(QStringLiteral("heartbeat"), QStringLiteral("answered"));
+    return ExitOk;
+}
+
+int apps(Session& session, const QStringList& args, Report& report)
+{
+    LoginReply login;
+    if (const int code = logIn(session, report, &login))
+        return code;
+    VdiDesktopGrpcThread& facade = session.facade();
+    QList<tagRemoteAppInfo> remote;
+    QList<tagSaasAppInfo> saas;
+    facade.grpcThreadGetRemoteAppList();
+    Outcome outcome = answer(session, &VdiDesktopGrpcThread::signalGrpcThreadGetRemoteAppListResult,
+                             [&](const RemoteAppListResp& r) { remote = r.appList; });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("remote applications"));
+    facade.grpcThreadGetSaasAppList();
+    outcome = answer(session, &VdiDesktopGrpcThread::signalGrpcThreadGetSaasAppListResult,
+                     [&](const SaasAppListResp& r) { saas = r.appList; });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("SaaS applications"));
+
+    if (args.isEmpty()) {
+        std::vector<Row> rows;
+        for (const tagRemoteAppInfo& a : remote)
+            rows.push_back({{"name", a.displayName}, {"kind", QStringLiteral("remote")}, {"address", QString()}});
+        for (const tagSaasAppInfo& a : saas)
+            rows.push_back({{"name", a.appName}, {"kind", QStringLiteral("saas")}, {"address", a.appAddress}});
+        report.table(QStringLiteral("applications"), QStringLiteral("Applications"), rows);
+        return ExitOk;
+    }
+    // One application opened: a remote one's address and policy, or a SaaS one's permission.
+    for (const tagRemoteAppInfo& a : remote) {
+        if (a.displayName != args[0])
+            continue;
+        RemoteAppApplyResp opened;
+        facade.grpcThreadApplyForRemoteApp(a.displayName, session.options().user);
+        outcome = answer(session, &VdiDesktopGrpcThread::signalGrpcThreadApplyRemoteAppResult,
+                         [&](const RemoteAppApplyResp& r) { opened = r; });
+        if (outcome.exitCode() != ExitOk)
+            return failed(report, outcome, QStringLiteral("remote application \"%1\"").arg(a.displayName));
+        report.field(QStringLiteral("application"), opened.displayName);
+        report.field(QStringLiteral("address"), opened.fullAddress);
+        report.field(QStringLiteral("watermark"), opened.controlPolicy.watermarkEnable != 0);
+        return ExitOk;
+    }
+    for (const tagSaasAppInfo& a : saas) {
+        if (a.appName != args[0])
+            continue;
+        facade.grpcThreadQuerySaasApp(a);
+        outcome = answer(session, &VdiDesktopGrpcThread::signalGrpcThreadSaasAppResult, [](const SaasAppResp&) {});
+        if (outcome.exitCode() != ExitOk)
+            return failed(report, outcome, QStringLiteral("SaaS application \"%1\"").arg(a.appName));
+        report.field(QStringLiteral("application"), a.appName);
+        report.field(QStringLiteral("address"), a.appAddress);
+        report.field(QStringLiteral("permitted"), true);
+        return ExitOk;
+    }
+    return usage(report, QStringLiteral("no application \"%1\"").arg(args[0]));
+}
+
+int shareTerminals(Session& session, const QStringList&, Report& report)
+{
+    LoginReply login;
+    if (const int code = logIn(session, report, &login))
+        return code;
+    tagShareTerminalInfoRequest request;
+    request.deviceId = session.facade().getLocalMAC();
+    std::vector<Row> rows;
+    emit session.facade().queryShareTerminalInfo(request);
+    const Outcome outcome = answer(session, &VdiDesktopGrpcThread::queryShareTerminalInfoResult,
+                                   [&](const ShareTerminalInfoReply& r) {
+                                       for (const tagShareTerminalInfo& t : r.terminalList)
+                                           rows.push_back({{"device", t.deviceId}, {"name", t.terminalShareName}});
+                                   });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("share terminals"));
+    report.table(QStringLiteral("shareTerminals"), QStringLiteral("Share terminals"), rows);
+    return ExitOk;
+}
+
+// The help report; behind a gateway the library then packages and uploads the login user's
+// screenshots and logs, for minutes, with no progress of its own: a live line tells the time.
+int helpReport(Session& session, const QStringList& args, Report& report)
+{
+    if (args.size() != 2)
+        return usage(report, QStringLiteral("help-report wants a problem type and a description"));
+    Outcome outcome;
+    if (!session.connectToServer(&outcome))
+        return failed(report, outcome, QStringLiteral("server type"));
+    VdiDesktopGrpcThread& facade = session.facade();
+    QElapsedTimer elapsed;
+    elapsed.start();
+    QTimer ticker;
+    if (::isatty(STDERR_FILENO)) {
+        QObject::connect(&ticker, &QTimer::timeout, [&elapsed] {
+            std::fprintf(stderr, "\r  sending the help report ... %lld s", elapsed.elapsed() / 1000);
+            std::fflush(stderr);
+        });
+        ticker.start(1000);
+    }
+    OneKeyHelpInfoReply reply;
+    facade.sendUserAskInfo(facade.getLocalMAC(), session.options().user, QString(), QString(), args[0], args[1], 1,
+                           QString(), facade.getLocalIP(), QString());
+    outcome = answer(session, &VdiDesktopGrpcThread::SendUserAskHelpInfoResult, [&](const OneKeyHelpInfoReply& r) { reply = r; });
+    if (ticker.isActive())
+        std::fputc('\n', stderr);
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("help report"));
+    report.field(QStringLiteral("taskId"), reply.taskId);
+    report.field(QStringLiteral("seconds"), elapsed.elapsed() / 1000);
+    return ExitOk;
+}
+
+struct Command {
+    const char* name;
+    const char* arguments;
+    const char* summary;
+    int (*run)(Session&, const QStringList&, Report&);
+};
+
+const Command kCommands[] = {
+    {"discover", "", "server type, gateways, server name and nodes (no login)", discover},
+    {"login", "", "logs in (password; --sms, --ldap) and tells the user and the number of pools", login},
+    {"desktops", "", "the user's pools and desktops with their state", desktops},
+    {"apply", "POOL", "a desktop of the pool, with its connection data (never its passwords)", apply},
+    {"operate", "DESKTOP ACTION", "state, start, shutdown, reboot, disconnect or poweroff a desktop", operate},
+    {"snapshot", "DESKTOP list|create NAME|delete NAME|revert NAME", "the desktop's snapshots", snapshot},
+    {"rename", "DESKTOP NAME", "renames a desktop", rename},
+    {"heartbeat", "", "one heartbeat after the login", heartbeat},
+    {"apps", "[NAME]", "remote and SaaS applications; with NAME, opens one", apps},
+    {"share-terminals", "", "the share terminals", shareTerminals},
+    {"help-report", "TYPE DESCRIPTION", "a one-key help report (behind a gateway: with the upload)", helpReport},
+};
+
+QString helpText()
+{
+    QString text = QStringLiteral(
+        "A thin client's road from the command line, for a controller or an access gateway.\n\n"
+        "Commands (DESKTOP: a name, UUID or id of the user's desktops; POOL: a name or id):\n");
+    for (const Command& c : kCommands)
+        text += QStringLiteral("  %1 %2\n      %3\n").arg(QLatin1String(c.name), QLatin1String(c.arguments),
+                                                        QLatin1String(c.summary));
+    text += QStringLiteral(
+        "\nEvery command is one session: those that need a user discover the server and log in first,\n"
+        "through the access gateway when the server says there is one (its user and password from\n"
+        "--gateway-user and --gateway-password, else asked on the terminal).\n\n"
+        "Exit codes: 0 done; 1 bad command line; 2 the server cannot be reached (or no TLS\n"
+        "channel: check --pem); 3 refused by the server (its code and text are printed);\n"
+        "4 another gRPC failure; 5 no answer in time.");
+    return text;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vdi-client"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VDI_CLIENT_VERSION));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(helpText());
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    const QCommandLineOption server(QStringLiteral("server"), QStringLiteral("Address of the controller or gateway."),
+                                    QStringLiteral("ADDRESS"), QStringLiteral("127.0.0.1"));
+    const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("Its port."), QStringLiteral("N"),
+                                  QStringLiteral("443"));
+    const QCommandLineOption pem(QStringLiteral("pem"),
+                                 QStringLiteral("Its certificate (PEM); the name checked is the certificate's subject."),
+                                 QStringLiteral("FILE"));
+    const QCommandLineOption english(QStringLiteral("english"), QStringLiteral("Ask for English texts."));
+    const QCommandLineOption timeout(QStringLiteral("timeout"),
+                                     QStringLiteral("How long to wait for each answer (default 35)."),
+                                     QStringLiteral("SECONDS"), QStringLiteral("35"));
+    const QCommandLineOption user(QStringLiteral("user"), QStringLiteral("User to log in as."), QStringLiteral("NAME"));
+    const QCommandLineOption password(QStringLiteral("password"),
+                                      QStringLiteral("Password (else VDI_PASSWORD, else asked)."), QStringLiteral("PASSWORD"));
+    const QCommandLineOption gatewayUser(QStringLiteral("gateway-user"), QStringLiteral("Access gateway user."),
+                                         QStringLiteral("NAME"));
+    const QCommandLineOption gatewayPassword(QStringLiteral("gateway-password"),
+                                             QStringLiteral("Access gateway password (else VDI_GATEWAY_PASSWORD, else asked)."),
+                                             QStringLiteral("PASSWORD"));
+    const QCommandLineOption sms(QStringLiteral("sms"), QStringLiteral("Log in with this SMS code."), QStringLiteral("CODE"));
+    const QCommandLineOption ticket(QStringLiteral("ticket"), QStringLiteral("The SMS login's ticket."),
+                                    QStringLiteral("TICKET"));
+    const QCommandLineOption ldap(QStringLiteral("ldap"), QStringLiteral("Log in through LDAP in this domain."),
+                                  QStringLiteral("DOMAIN"));
+    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Print one JSON document."));
+    const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Show the library's log on stderr."));
+    parser.addOptions({server, port, pem, english, timeout, user, password, gatewayUser, gatewayPassword, sms, ticket, ldap,
+                       json, verbose});
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("One of the commands above."));
+    parser.process(app);
+
+    Report report;
+    QStringList args = parser.positionalArguments();
+    const Command* command = nullptr;
+    for (const Command& c : kCommands)
+        if (!args.isEmpty() && args.first() == QLatin1String(c.name))
+            command = &c;
+    bool portRead = false, timeoutRead = false;
+    const uint portNumber = parser.value(port).toUInt(&portRead);
+    const int seconds = parser.value(timeout).toInt(&timeoutRead);
+    if (!command || !portRead || portNumber == 0 || portNumber > 65535 || !timeoutRead || seconds <= 0) {
+        report.failure(ExitUsage, !command ? QStringLiteral("name a command (vdi-client --help lists them)")
+                                           : QStringLiteral("--port wants 1 to 65535 and --timeout a number of seconds"));
+        report.print(parser.isSet(json));
+        return ExitUsage;
+    }
+    args.removeFirst();
+
+    Options options;
+    options.server = parser.value(server);
+    options.port = quint16(portNumber);
+    options.pem = parser.value(pem);
+    options.english = parser.isSet(english);
+    options.timeoutMs = seconds * 1000;
+    options.user = parser.value(user);
+    options.password = parser.isSet(password) ? parser.value(password) : env.value(QStringLiteral("VDI_PASSWORD"));
+    options.gatewayUser = parser.value(gatewayUser);
+    options.gatewayPassword =
+        parser.isSet(gatewayPassword) ? parser.value(gatewayPassword) : env.value(QStringLiteral("VDI_GATEWAY_PASSWORD"));
+    options.smsCode = parser.value(sms);
+    options.ticket = parser.value(ticket);
+    options.ldapDomain = parser.value(ldap);
+    options.json = parser.isSet(json);
+    options.verbose = parser.isSet(verbose);
+    if (!options.user.isEmpty() && options.password.isEmpty() && !parser.isSet(password))
+        options.password = prompt(QStringLiteral("Password for %1: ").arg(options.user), true);
+
+    if (!QFileInfo(options.pem).isReadable()) {
+        report.failure(ExitConnection, QStringLiteral("cannot read the server's certificate \"%1\" (--pem)").arg(options.pem));
+        report.print(options.json);
+        return ExitConnection;
+    }
+    installLogHandler(options.verbose);
+    int code = ExitOk;
+    {
+        Session session(options);
+        code = command->run(session, args, report);
+    }
+    report.print(options.json);
+    return code;
+}
