@@ -130,6 +130,12 @@ void TestClient::discoversAndListsDesktops()
     QVERIFY(names(json.value(QStringLiteral("desktops")).toArray(), QStringLiteral("name"))
                 .contains(QStringLiteral("office-demo-user-2")));
 
+    // The branding comes twice from the library; the client shows it once.
+    const Run options = deployment.client(kDemoUser + QStringList{QStringLiteral("options")});
+    QCOMPARE(options.exitCode, 0);
+    QCOMPARE(options.out.count("systemName: Simulated Desktop Cloud"), 1);
+    QVERIFY(options.out.contains("smsLogin: yes"));
+
     // The same values as a table for people.
     const Run table = deployment.client(kDemoUser + QStringList{QStringLiteral("desktops")});
     QCOMPARE(table.exitCode, 0);

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Sets up a fresh Debian 12 machine, builds, and runs the demo session against the simulator.
+# Sets up a fresh Debian 12 machine, builds, and runs the demo: vdi-client against the simulator.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/setup-debian.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j"$(nproc)" --target vdi-demo vdi-simulator
-cd build && ./tools/vdi-demo
+cmake --build build -j"$(nproc)" --target vdi-client vdi-simulator
+build/tools/vdi-demo

@@ -68,6 +68,8 @@ public:
         QEventLoop loop;
         bool answered = false;
         const QMetaObject::Connection connection = QObject::connect(&m_facade, signal, &loop, [&](Args... args) {
+            if (answered)
+                return;  // a second copy delivered in the same go (the branding comes twice)
             handler(args...);
             answered = true;
             loop.quit();

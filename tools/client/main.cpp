@@ -392,12 +392,98 @@ int shareTerminals(Session& session, const QStringList&, Report& report)
     return ExitOk;
 }
 
+// The ways of logging in that the server offers, and its branding. Behind a gateway the
+// controller answers these only to a logged-in client.
+int options(Session& session, const QStringList&, Report& report)
+{
+    Outcome outcome;
+    if (!session.connectToServer(&outcome))
+        return failed(report, outcome, QStringLiteral("server type"));
+    if (session.gatewayDeployment()) {
+        LoginReply login;
+        if (const int code = logIn(session, report, &login))
+            return code;
+    }
+    VdiDesktopGrpcThread& facade = session.facade();
+    facade.queryLoginConfig();
+    outcome = answer(session, &VdiDesktopGrpcThread::signalQueryLoginConfigResult, [&](const LoginConfigResp& r) {
+        report.field(QStringLiteral("smsLogin"), r.enableSmsLogin);
+        report.field(QStringLiteral("thirdPartyLogin"), r.enableThirdPartyLogin);
+        report.field(QStringLiteral("thirdPartyUrl"), r.url);
+        report.field(QStringLiteral("loginTimeout"), r.timeout);
+    });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("login options"));
+    facade.queryIndividualConfigForVdidesktopGrpcThread();
+    outcome = answer(session, &VdiDesktopGrpcThread::queryIndividualConfigInfoResultForGrpcThread,
+                     [&](const IndividualConfigResp& r) {
+                         report.field(QStringLiteral("systemName"), r.systemName);
+                         report.field(QStringLiteral("copyright"), r.copyRight);
+                         report.field(QStringLiteral("logo"), r.logoImgUrl);
+                     });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("branding"));
+    return ExitOk;
+}
+
+int password(Session& session, const QStringList& args, Report& report)
+{
+    if (args.size() != 1)
+        return usage(report, QStringLiteral("password wants the new password"));
+    LoginReply login;
+    if (const int code = logIn(session, report, &login))
+        return code;
+    session.facade().modifyPassword(session.options().user, session.options().password, args[0]);
+    const Outcome outcome = answer(session, &VdiDesktopGrpcThread::modifyPasswordResult, [](const ModifyPasswordReply&) {});
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("password change"));
+    report.field(QStringLiteral("password"), QStringLiteral("changed"));
+    return ExitOk;
+}
+
+int upgrade(Session& session, const QStringList&, Report& report)
+{
+    LoginReply login;
+    if (const int code = logIn(session, report, &login))
+        return code;
+    if (session.gatewayDeployment()) {
+        report.note(QStringLiteral("behind an access gateway the library asks for no upgrade"));
+        return ExitOk;
+    }
+    session.facade().checkUpgrade(QCoreApplication::applicationVersion());
+    const Outcome outcome = answer(session, &VdiDesktopGrpcThread::checkUpgradeResult, [&](const UpgradeReply& r) {
+        report.field(QStringLiteral("version"), r.clientVersion);
+        report.field(QStringLiteral("forced"), r.force != 0);
+        report.field(QStringLiteral("url"), r.url);
+    });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("upgrade check"));
+    return ExitOk;
+}
+
+int registerDevice(Session& session, const QStringList&, Report& report)
+{
+    LoginReply login;
+    if (const int code = logIn(session, report, &login))
+        return code;
+    VdiDesktopGrpcThread& facade = session.facade();
+    facade.registerDevice(facade.getLocalIP(), facade.getLocalMAC(), facade.getLocalMAC(), QStringLiteral("vdi-client"),
+                          VdiGrpc::tagDeviceRegisterType(0));
+    const Outcome outcome = answer(session, &VdiDesktopGrpcThread::registerDeviceResult, [&](const RegisterDeviceReply& r) {
+        report.field(QStringLiteral("registerId"), r.registerId);
+    });
+    if (outcome.exitCode() != ExitOk)
+        return failed(report, outcome, QStringLiteral("registration"));
+    return ExitOk;
+}
+
 // The help report; behind a gateway the library then packages and uploads the login user's
 // screenshots and logs, for minutes, with no progress of its own: a live line tells the time.
 int helpReport(Session& session, const QStringList& args, Report& report)
 {
-    if (args.size() != 2)
-        return usage(report, QStringLiteral("help-report wants a problem type and a description"));
+    if (args.size() != 2 && args.size() != 3)
+        return usage(report, QStringLiteral("help-report wants a problem type, a description and, when there are "
+                                            "screenshots, where they are"));
     Outcome outcome;
     if (!session.connectToServer(&outcome))
         return failed(report, outcome, QStringLiteral("server type"));
@@ -414,7 +500,7 @@ int helpReport(Session& session, const QStringList& args, Report& report)
     }
     OneKeyHelpInfoReply reply;
     facade.sendUserAskInfo(facade.getLocalMAC(), session.options().user, QString(), QString(), args[0], args[1], 1,
-                           QString(), facade.getLocalIP(), QString());
+                           args.value(2), facade.getLocalIP(), QString());
     outcome = answer(session, &VdiDesktopGrpcThread::SendUserAskHelpInfoResult, [&](const OneKeyHelpInfoReply& r) { reply = r; });
     if (ticker.isActive())
         std::fputc('\n', stderr);
@@ -435,6 +521,7 @@ struct Command {
 const Command kCommands[] = {
     {"discover", "", "server type, gateways, server name and nodes (no login)", discover},
     {"login", "", "logs in (password; --sms, --ldap) and tells the user and the number of pools", login},
+    {"options", "", "the ways of logging in that the server offers, and its branding", options},
     {"desktops", "", "the user's pools and desktops with their state", desktops},
     {"apply", "POOL", "a desktop of the pool, with its connection data (never its passwords)", apply},
     {"operate", "DESKTOP ACTION", "state, start, shutdown, reboot, disconnect or poweroff a desktop", operate},
@@ -443,7 +530,13 @@ const Command kCommands[] = {
     {"heartbeat", "", "one heartbeat after the login", heartbeat},
     {"apps", "[NAME]", "remote and SaaS applications; with NAME, opens one", apps},
     {"share-terminals", "", "the share terminals", shareTerminals},
-    {"help-report", "TYPE DESCRIPTION", "a one-key help report (behind a gateway: with the upload)", helpReport},
+    {"register", "", "registers this terminal", registerDevice},
+    {"password", "NEW", "changes the user's password", password},
+    {"upgrade", "", "asks for a newer client (not behind a gateway)", upgrade},
+    {"help-report", "TYPE DESCRIPTION [SCREENSHOTS]",
+     "a one-key help report with the logs, and the screenshots when SCREENSHOTS says where they are (behind a "
+     "gateway: packaged and uploaded)",
+     helpReport},
 };
 
 QString helpText()
