@@ -1,5 +1,6 @@
 // vdi-client as a user runs it: the program against the built-in deployment served in this
-// process, its JSON read back, its exit codes, and never a password in what it prints.
+// process (and once against the vdi-simulator program), its JSON read back, its exit codes, its
+// help, and never a password in what it prints.
 #include "scenarioserver.h"
 #include "testsupport.h"
 
@@ -7,6 +8,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -107,6 +109,8 @@ private slots:
     void applyPrintsConnectionDataWithoutPasswords();
     void exitCodesTellWhatFailed();
     void gatewayRoad();
+    void againstTheSimulatorProgram();
+    void helpPerCommand();
 };
 
 void TestClient::discoversAndListsDesktops()
@@ -114,8 +118,12 @@ void TestClient::discoversAndListsDesktops()
     Deployment deployment(QStringLiteral("controller"));
     QVERIFY(deployment.started());
 
-    const Run discovered = deployment.client({QStringLiteral("--json"), QStringLiteral("discover")});
+    // A user given, but discovery logs in as nobody: no password asked.
+    const Run discovered = deployment.client({QStringLiteral("--user"), QStringLiteral("demo-user"), QStringLiteral("--json"),
+                                              QStringLiteral("discover")});
     QCOMPARE(discovered.exitCode, 0);
+    QVERIFY2(!discovered.err.contains("Password"), discovered.err.constData());
+    QCOMPARE(discovered.json().value(QStringLiteral("tlsName")).toString(), deployment.server().commonName());
     QCOMPARE(discovered.json().value(QStringLiteral("serverType")).toString(), QStringLiteral("controller"));
     QCOMPARE(discovered.json().value(QStringLiteral("serverName")).toString(), QStringLiteral("vdi-fake-controller"));
     QCOMPARE(discovered.json().value(QStringLiteral("nodes")).toArray().size(), 2);
@@ -135,6 +143,14 @@ void TestClient::discoversAndListsDesktops()
     QCOMPARE(options.exitCode, 0);
     QCOMPARE(options.out.count("systemName: Simulated Desktop Cloud"), 1);
     QVERIFY(options.out.contains("smsLogin: yes"));
+
+    // Without --password or VDI_PASSWORD the password is asked (read from stdin when it is no terminal).
+    const Run asked = deployment.client({QStringLiteral("--user"), QStringLiteral("demo-user"), QStringLiteral("--json"),
+                                         QStringLiteral("login")},
+                                        "demo-password\n");
+    QCOMPARE(asked.exitCode, 0);
+    QVERIFY(asked.err.contains("Password for demo-user: "));
+    QCOMPARE(asked.json().value(QStringLiteral("user")).toString(), QStringLiteral("demo-user"));
 
     // The same values as a table for people.
     const Run table = deployment.client(kDemoUser + QStringList{QStringLiteral("desktops")});
@@ -200,6 +216,7 @@ void TestClient::applyPrintsConnectionDataWithoutPasswords()
     for (const QByteArray& out : {json.out, text.out}) {
         QVERIFY2(!out.toLower().contains("password"), out.constData());
         QVERIFY(!out.contains("demo-password"));
+        QVERIFY(!out.contains("Vdi-"));  // the simulator's desktop account and spice passwords
     }
     QVERIFY(!text.err.contains("demo-password"));  // the library's own log redacts it too
 }
@@ -258,6 +275,67 @@ void TestClient::gatewayRoad()
     const Run refused = deployment.client(kDemoUser + login, "gw-user\nwrong\n");
     QCOMPARE(refused.exitCode, 3);
     QCOMPARE(deployment.server().calls("/client.ClientCore/Login").size(), size_t(2));
+}
+
+// The client and the simulator as a user starts them: the simulator's stdout lines give the port
+// and the certificate, and the client walks the gateway road with the gateway's user and password
+// answered on its stdin.
+void TestClient::againstTheSimulatorProgram()
+{
+    QProcess simulator;
+    simulator.start(QStringLiteral(VDI_SIMULATOR), {QStringLiteral("--mode"), QStringLiteral("gateway")});
+    QVERIFY(simulator.waitForStarted());
+    QString out;
+    while (!out.endsWith(QStringLiteral("ready\n")) && simulator.waitForReadyRead(10000))
+        out += QString::fromUtf8(simulator.readAllStandardOutput());
+    const QRegularExpressionMatch printed =
+        QRegularExpression(QStringLiteral("^port (\\d+)\npem (.+)\ncommon-name (.+)\nready\n$")).match(out);
+    QVERIFY2(printed.hasMatch(), qPrintable(out));
+    const QStringList server{QStringLiteral("--port"), printed.captured(1), QStringLiteral("--pem"), printed.captured(2),
+                             QStringLiteral("--timeout"), QStringLiteral("10"), QStringLiteral("--json")};
+
+    const Run discovered = Deployment::runClient(server + QStringList{QStringLiteral("discover")});
+    QCOMPARE(discovered.exitCode, 0);
+    QCOMPARE(discovered.json().value(QStringLiteral("serverType")).toString(), QStringLiteral("gateway"));
+    QCOMPARE(discovered.json().value(QStringLiteral("tlsName")).toString(), printed.captured(3));
+    QVERIFY(!discovered.json().value(QStringLiteral("gateways")).toArray().isEmpty());
+
+    const Run listed = Deployment::runClient(server + kDemoUser + QStringList{QStringLiteral("desktops")},
+                                             "gw-user\ngw-password\n");
+    QCOMPARE(listed.exitCode, 0);
+    QVERIFY(listed.err.contains("Gateway password: "));
+    QCOMPARE(listed.json().value(QStringLiteral("pools")).toArray().size(), 3);
+    QCOMPARE(listed.json().value(QStringLiteral("desktops")).toArray().size(), 6);
+
+    simulator.terminate();
+    QVERIFY(simulator.waitForFinished(10000));
+    const Run down = Deployment::runClient(server + QStringList{QStringLiteral("discover")});
+    QCOMPARE(down.exitCode, 2);
+    QCOMPARE(down.json().value(QStringLiteral("error")).toObject().value(QStringLiteral("exitCode")).toInt(), 2);
+}
+
+void TestClient::helpPerCommand()
+{
+    const Run general = Deployment::runClient({QStringLiteral("--help")});
+    QCOMPARE(general.exitCode, 0);
+    QVERIFY(general.out.contains("Exit codes: 0 done"));
+    QVERIFY(general.out.contains("help-report TYPE DESCRIPTION"));
+
+    for (const QStringList& args : {QStringList{QStringLiteral("help"), QStringLiteral("apply")},
+                                    QStringList{QStringLiteral("apply"), QStringLiteral("--help")}}) {
+        const Run described = Deployment::runClient(args);
+        QCOMPARE(described.exitCode, 0);
+        QVERIFY2(described.out.startsWith("Usage: vdi-client [options] apply POOL\n"), described.out.constData());
+        QVERIFY(described.out.contains("never printed"));
+        QVERIFY(described.out.contains("VDI_PASSWORD"));  // it logs in
+        QVERIFY(described.out.contains("Exit codes: 0 done"));
+    }
+    const Run discover = Deployment::runClient({QStringLiteral("help"), QStringLiteral("discover")});
+    QCOMPARE(discover.exitCode, 0);
+    QVERIFY(discover.out.contains("TLS name"));
+    QVERIFY(!discover.out.contains("VDI_PASSWORD"));  // no login
+    QCOMPARE(Deployment::runClient({QStringLiteral("help"), QStringLiteral("explode")}).exitCode, 1);
+    QCOMPARE(Deployment::runClient({QStringLiteral("--no-such-option"), QStringLiteral("discover")}).exitCode, 1);
 }
 
 VDI_TEST_MAIN(TestClient)

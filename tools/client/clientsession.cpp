@@ -2,6 +2,8 @@
 
 #include "vdidesktopgrpchelper.h"
 
+#include <QSslCertificate>
+
 #include <cstdio>
 #include <string>
 
@@ -110,6 +112,13 @@ bool Session::connectToServer(Outcome* failure)
     });
     m_discovery.insert(QStringLiteral("localIp"), m_facade.getLocalIP());
     m_discovery.insert(QStringLiteral("localMac"), m_facade.getLocalMAC());
+    // The library checks the name in the certificate's subject, whatever the address.
+    for (const QSslCertificate& certificate : QSslCertificate::fromPath(m_options.pem)) {
+        if (!certificate.subjectDisplayName().isEmpty()) {
+            m_discovery.insert(QStringLiteral("tlsName"), certificate.subjectDisplayName());
+            break;
+        }
+    }
 
     m_facade.initServerType(0);
     m_facade.initConnection(m_options.pem, m_options.server, m_options.port, m_options.english);
@@ -132,6 +141,10 @@ bool Session::connectToServer(Outcome* failure)
 
 Outcome Session::login(LoginReply* reply)
 {
+    if (!m_options.passwordGiven) {
+        m_options.password = prompt(QStringLiteral("Password for %1: ").arg(m_options.user), true);
+        m_options.passwordGiven = true;
+    }
     Outcome outcome;
     if (!connectToServer(&outcome))
         return outcome;

@@ -33,6 +33,7 @@ struct Options {
     int timeoutMs = 35000;
     QString user;
     QString password;
+    bool passwordGiven = false;  // by --password or VDI_PASSWORD (else asked at the login)
     QString gatewayUser;
     QString gatewayPassword;
     QString smsCode;

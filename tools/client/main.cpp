@@ -515,29 +515,101 @@ struct Command {
     const char* name;
     const char* arguments;
     const char* summary;
+    const char* details;  // for `vdi-client help NAME` and `vdi-client NAME --help`
+    bool logsIn;
     int (*run)(Session&, const QStringList&, Report&);
 };
 
 const Command kCommands[] = {
-    {"discover", "", "server type, gateways, server name and nodes (no login)", discover},
-    {"login", "", "logs in (password; --sms, --ldap) and tells the user and the number of pools", login},
-    {"options", "", "the ways of logging in that the server offers, and its branding", options},
-    {"desktops", "", "the user's pools and desktops with their state", desktops},
-    {"apply", "POOL", "a desktop of the pool, with its connection data (never its passwords)", apply},
-    {"operate", "DESKTOP ACTION", "state, start, shutdown, reboot, disconnect or poweroff a desktop", operate},
-    {"snapshot", "DESKTOP list|create NAME|delete NAME|revert NAME", "the desktop's snapshots", snapshot},
-    {"rename", "DESKTOP NAME", "renames a desktop", rename},
-    {"heartbeat", "", "one heartbeat after the login", heartbeat},
-    {"apps", "[NAME]", "remote and SaaS applications; with NAME, opens one", apps},
-    {"share-terminals", "", "the share terminals", shareTerminals},
-    {"register", "", "registers this terminal", registerDevice},
-    {"password", "NEW", "changes the user's password", password},
-    {"upgrade", "", "asks for a newer client (not behind a gateway)", upgrade},
+    {"discover", "", "server type, gateways, server name and nodes (no login)",
+     "Asks the server its type: a controller, or an access gateway in front of one. Behind a gateway\n"
+     "it lists the gateways (name, type, domain, public address, display and RDP ports). Then the\n"
+     "server's name and its nodes (controllers and gateways with address, port and status). It also\n"
+     "shows the local address and MAC that reach the server, and the TLS name that is checked: the\n"
+     "subject of the certificate in --pem, whatever the address.",
+     false, discover},
+    {"login", "", "logs in (password; --sms, --ldap) and tells the user and the number of pools",
+     "Logs in and shows the user, its id and domain, whether the login went through an access\n"
+     "gateway, and the number of pools. With --sms CODE --ticket TICKET the login is by SMS code;\n"
+     "with --ldap DOMAIN the password is checked in that LDAP domain first, and the login follows.",
+     true, login},
+    {"options", "", "the ways of logging in that the server offers, and its branding",
+     "The ways of logging in that the server offers (SMS, third party and its address, the login\n"
+     "timeout) and its branding (system name, copyright, logo). Behind an access gateway the\n"
+     "controller answers these only after a login, so there it logs in first.",
+     true, options},
+    {"desktops", "", "the user's pools and desktops with their state",
+     "Logs in and lists the user's pools (id, name, extra pool, number of desktops) and desktops\n"
+     "(pool, name, power state, address, number of snapshots, UUID).",
+     true, desktops},
+    {"apply", "POOL", "a desktop of the pool, with its connection data (never its passwords)",
+     "Asks the controller for a desktop of POOL (a pool's name or id) and then for its connection\n"
+     "data: the desktop, its state and address, the display protocol, the host and port to connect\n"
+     "to, and the account. While the controller is still preparing the desktop it answers \"ask\n"
+     "again\": the client asks up to five times. The passwords in the reply (the account's and the\n"
+     "display's) are never printed.",
+     true, apply},
+    {"operate", "DESKTOP ACTION", "state, start, shutdown, reboot, disconnect or poweroff a desktop",
+     "ACTION is state (only report it), start, shutdown, reboot, disconnect or poweroff. Shows the\n"
+     "desktop's state, host and display port as the controller answers them.",
+     true, operate},
+    {"snapshot", "DESKTOP list|create NAME|delete NAME|revert NAME", "the desktop's snapshots",
+     "list shows the desktop's snapshots; create NAME takes one (NAME is its description too),\n"
+     "delete NAME and revert NAME act on one. The snapshots are listed after each. A pool that\n"
+     "allows no snapshots refuses (exit code 3).",
+     true, snapshot},
+    {"rename", "DESKTOP NAME", "renames a desktop", "Gives the desktop a new name; later logins show it.", true,
+     rename},
+    {"heartbeat", "", "one heartbeat after the login",
+     "Logs in and sends one heartbeat. A heartbeat the server does not answer fails the command\n"
+     "(exit code 2, 4 or 5), although an application would keep its session then.",
+     true, heartbeat},
+    {"apps", "[NAME]", "remote and SaaS applications; with NAME, opens one",
+     "Lists the remote applications (published over RDP) and the SaaS applications (web addresses).\n"
+     "With NAME it opens that one: a remote application's address and whether its policy puts a\n"
+     "watermark on it, or whether the user may open the SaaS application (refused: exit code 3).",
+     true, apps},
+    {"share-terminals", "", "the share terminals", "Lists the share terminals (device and name) this terminal can pass a desktop to.",
+     true, shareTerminals},
+    {"register", "", "registers this terminal",
+     "Registers this terminal (its address and MAC) with the controller and shows its register id.", true,
+     registerDevice},
+    {"password", "NEW", "changes the user's password", "Changes the password of --user from --password to NEW.", true,
+     password},
+    {"upgrade", "", "asks for a newer client (not behind a gateway)",
+     "Asks the controller whether a newer client is offered: its version, whether it is forced, and\n"
+     "where to fetch it. Behind an access gateway the library asks nothing.",
+     true, upgrade},
     {"help-report", "TYPE DESCRIPTION [SCREENSHOTS]",
      "a one-key help report with the logs, and the screenshots when SCREENSHOTS says where they are (behind a "
      "gateway: packaged and uploaded)",
-     helpReport},
+     "Sends a one-key help report: the problem's TYPE (e.g. display) and DESCRIPTION, asking for the\n"
+     "logs; a non-empty SCREENSHOTS says that screenshots exist. Directly to a controller the\n"
+     "controller takes the report and answers a task id. Behind an access gateway the library then\n"
+     "packages the logs and screenshots of the terminal's login user into zip files and uploads\n"
+     "them, which can take minutes with no progress of its own: on a terminal a line counts the\n"
+     "seconds on stderr. The --timeout covers the whole upload, so give it room.",
+     false, helpReport},
 };
+
+const Command* findCommand(const QString& name)
+{
+    for (const Command& c : kCommands)
+        if (name == QLatin1String(c.name))
+            return &c;
+    return nullptr;
+}
+
+const char kLoginHelp[] =
+    "Logging in: as --user, with --password (else VDI_PASSWORD, else asked on the terminal\n"
+    "without echo). Behind an access gateway the gateway's user and password come from\n"
+    "--gateway-user and --gateway-password (else VDI_GATEWAY_PASSWORD, else asked); the library\n"
+    "keeps the gateway's token in ~/Documents/gateway/gatewaySettings.ini for the next runs.\n";
+
+const char kExitCodes[] =
+    "Exit codes: 0 done; 1 bad command line; 2 the server cannot be reached (or no TLS\n"
+    "channel: check --pem); 3 refused by the server (its code and text are printed);\n"
+    "4 another gRPC failure; 5 no answer in time.";
 
 QString helpText()
 {
@@ -548,13 +620,21 @@ QString helpText()
         text += QStringLiteral("  %1 %2\n      %3\n").arg(QLatin1String(c.name), QLatin1String(c.arguments),
                                                         QLatin1String(c.summary));
     text += QStringLiteral(
+        "  help COMMAND (or COMMAND --help)\n      what a command does\n"
         "\nEvery command is one session: those that need a user discover the server and log in first,\n"
         "through the access gateway when the server says there is one (its user and password from\n"
-        "--gateway-user and --gateway-password, else asked on the terminal).\n\n"
-        "Exit codes: 0 done; 1 bad command line; 2 the server cannot be reached (or no TLS\n"
-        "channel: check --pem); 3 refused by the server (its code and text are printed);\n"
-        "4 another gRPC failure; 5 no answer in time.");
-    return text;
+        "--gateway-user and --gateway-password, else asked on the terminal).\n\n");
+    return text + QLatin1String(kExitCodes);
+}
+
+QString commandHelp(const Command& c)
+{
+    QString text = QStringLiteral("Usage: vdi-client [options] %1 %2\n\n%3\n\n")
+                       .arg(QLatin1String(c.name), QLatin1String(c.arguments), QLatin1String(c.details));
+    if (c.logsIn)
+        text += QLatin1String(kLoginHelp) + QLatin1Char('\n');
+    return text + QStringLiteral("vdi-client --help lists the options.\n") + QLatin1String(kExitCodes) +
+           QLatin1Char('\n');
 }
 
 } // namespace
@@ -567,8 +647,8 @@ int main(int argc, char* argv[])
 
     QCommandLineParser parser;
     parser.setApplicationDescription(helpText());
-    parser.addHelpOption();
-    parser.addVersionOption();
+    const QCommandLineOption helpOption = parser.addHelpOption();
+    const QCommandLineOption versionOption = parser.addVersionOption();
     const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     const QCommandLineOption server(QStringLiteral("server"), QStringLiteral("Address of the controller or gateway."),
                                     QStringLiteral("ADDRESS"), QStringLiteral("127.0.0.1"));
@@ -599,14 +679,29 @@ int main(int argc, char* argv[])
     parser.addOptions({server, port, pem, english, timeout, user, password, gatewayUser, gatewayPassword, sms, ticket, ldap,
                        json, verbose});
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("One of the commands above."));
-    parser.process(app);
-
     Report report;
+    if (!parser.parse(QCoreApplication::arguments())) {
+        report.failure(ExitUsage, parser.errorText());
+        report.print(false);
+        return ExitUsage;
+    }
+    if (parser.isSet(versionOption))
+        parser.showVersion();
     QStringList args = parser.positionalArguments();
-    const Command* command = nullptr;
-    for (const Command& c : kCommands)
-        if (!args.isEmpty() && args.first() == QLatin1String(c.name))
-            command = &c;
+    const bool helpCommand = args.value(0) == QLatin1String("help");
+    if (parser.isSet(helpOption) || helpCommand) {
+        const QString name = args.value(helpCommand ? 1 : 0);
+        if (name.isEmpty())
+            parser.showHelp(ExitOk);
+        if (const Command* described = findCommand(name)) {
+            std::fputs(commandHelp(*described).toLocal8Bit().constData(), stdout);
+            return ExitOk;
+        }
+        report.failure(ExitUsage, QStringLiteral("no command \"%1\" (vdi-client --help lists them)").arg(name));
+        report.print(parser.isSet(json));
+        return ExitUsage;
+    }
+    const Command* command = findCommand(args.value(0));
     bool portRead = false, timeoutRead = false;
     const uint portNumber = parser.value(port).toUInt(&portRead);
     const int seconds = parser.value(timeout).toInt(&timeoutRead);
@@ -634,8 +729,7 @@ int main(int argc, char* argv[])
     options.ldapDomain = parser.value(ldap);
     options.json = parser.isSet(json);
     options.verbose = parser.isSet(verbose);
-    if (!options.user.isEmpty() && options.password.isEmpty() && !parser.isSet(password))
-        options.password = prompt(QStringLiteral("Password for %1: ").arg(options.user), true);
+    options.passwordGiven = parser.isSet(password) || env.contains(QStringLiteral("VDI_PASSWORD"));
 
     if (!QFileInfo(options.pem).isReadable()) {
         report.failure(ExitConnection, QStringLiteral("cannot read the server's certificate \"%1\" (--pem)").arg(options.pem));

@@ -43,7 +43,13 @@ step() {
     steps=$((steps + 1))
     echo
     echo "$steps. $title"
-    echo "   \$ vdi-client$(printf ' %q' "$@")"
+    # The command as typed, its passwords masked.
+    local shown= argument hide=
+    for argument in "$@"; do
+        if [ -n "$hide" ]; then shown+=" ******"; hide=; else shown+=$(printf ' %q' "$argument"); fi
+        case $argument in --password | --gateway-password | password) hide=1 ;; esac
+    done
+    echo "   \$ vdi-client$shown"
     printf '%s' "$input" | "$client" "${connection[@]}" "$@" >"$work/out" 2>"$work/err"
     local code=$?
     sed 's/^/   /' "$work/out"
