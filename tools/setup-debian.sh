@@ -9,6 +9,7 @@ packages=(
     libgrpc++-dev protobuf-compiler-grpc libprotobuf-dev protobuf-compiler
     libquazip5-dev
     openssl
+    xvfb xauth
 )
 
 missing=()

@@ -43,4 +43,9 @@ flags=$(PKG_CONFIG_PATH=$pcdir pkg-config --cflags --libs vdidesktopgrpc) || fai
 g++ -std=c++17 -fPIC -o "$work/pcconsumer" "$source/tests/install/consumer.cpp" $flags \
     || fail "the program does not build with pkg-config's flags"
 LD_LIBRARY_PATH=$(dirname "$library") "$work/pcconsumer" >/dev/null || fail "the pkg-config build does not run"
-echo "check-install: $(find "$include" -name '*.h' | wc -l) headers compile alone; the package links and runs"
+# The example thin client, as a project of its own on the installed package.
+cmake -S "$source/examples/thinclient" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null \
+    || fail "the example application does not configure on the installed package"
+cmake --build "$work/example" -j"$(nproc)" >/dev/null || fail "the example application does not build on the installed package"
+[ -x "$work/example/vdi-thinclient-example" ] || fail "no example application was built"
+echo "check-install: $(find "$include" -name '*.h' | wc -l) headers compile alone; the package links and runs; the example builds on it"

@@ -1,0 +1,292 @@
+#include "thinclientwindow.h"
+
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTreeWidget>
+#include <QVBoxLayout>
+
+namespace {
+// What a desktop item of the tree keeps besides its columns.
+enum Role { VmIdRole = Qt::UserRole, UuidRole, PoolIdRole, PoolNameRole };
+enum Column { NameColumn, StateColumn, AddressColumn };
+// The controller's OperateForVm actions that the window offers.
+enum Operation { QueryDesktop = 0, StartDesktop = 1, ShutDownDesktop = 2, RebootDesktop = 3 };
+const int kApplyAttempts = 5;
+
+QLineEdit* field(const QString& name, const QString& text = QString())
+{
+    auto* edit = new QLineEdit(text);
+    edit->setObjectName(name);
+    return edit;
+}
+
+QPushButton* button(const QString& name, const QString& text)
+{
+    auto* b = new QPushButton(text);
+    b->setObjectName(name);
+    return b;
+}
+
+QString firstAddress(const tagVMInfo& vm)
+{
+    for (const tagVMAddress& address : vm.addressList)
+        if (!address.ipList.isEmpty())
+            return address.ipList.first();
+    return QString();
+}
+} // namespace
+
+ThinClientWindow::ThinClientWindow(QWidget* parent)
+    : QMainWindow(parent)
+    , m_server(field(QStringLiteral("server"), QStringLiteral("127.0.0.1")))
+    , m_port(field(QStringLiteral("port")))
+    , m_pem(field(QStringLiteral("pem")))
+    , m_user(field(QStringLiteral("user")))
+    , m_password(field(QStringLiteral("password")))
+    , m_login(button(QStringLiteral("login"), tr("Log in")))
+    , m_desktops(new QTreeWidget)
+    , m_apply(button(QStringLiteral("apply"), tr("Apply")))
+    , m_connection(new QLabel)
+    , m_error(new QLabel)
+    , m_heartbeat(new QLabel(tr("Heartbeat: not started")))
+{
+    setWindowTitle(tr("Thin client"));
+    m_password->setEchoMode(QLineEdit::Password);
+    m_desktops->setObjectName(QStringLiteral("desktops"));
+    m_desktops->setHeaderLabels({tr("Pool / desktop"), tr("State"), tr("Address")});
+    m_desktops->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    m_connection->setObjectName(QStringLiteral("connection"));
+    m_error->setObjectName(QStringLiteral("error"));
+    m_error->setStyleSheet(QStringLiteral("color: #b00020"));
+    m_heartbeat->setObjectName(QStringLiteral("heartbeat"));
+    statusBar()->addPermanentWidget(m_heartbeat);
+
+    auto* server = new QFormLayout;
+    server->addRow(tr("Server"), m_server);
+    server->addRow(tr("Port"), m_port);
+    server->addRow(tr("Certificate (PEM)"), m_pem);
+    server->addRow(tr("User"), m_user);
+    server->addRow(tr("Password"), m_password);
+    auto* actions = new QHBoxLayout;
+    QPushButton* start = button(QStringLiteral("start"), tr("Start"));
+    QPushButton* shutDown = button(QStringLiteral("shutdown"), tr("Shut down"));
+    QPushButton* reboot = button(QStringLiteral("reboot"), tr("Reboot"));
+    for (QPushButton* b : {m_apply, start, shutDown, reboot})
+        actions->addWidget(b);
+    auto* layout = new QVBoxLayout;
+    layout->addLayout(server);
+    layout->addWidget(m_login);
+    layout->addWidget(m_error);
+    layout->addWidget(m_desktops);
+    layout->addLayout(actions);
+    layout->addWidget(m_connection);
+    auto* central = new QWidget;
+    central->setLayout(layout);
+    setCentralWidget(central);
+    resize(720, 560);
+
+    connect(m_login, &QPushButton::clicked, this, &ThinClientWindow::logIn);
+    connect(m_apply, &QPushButton::clicked, this, &ThinClientWindow::apply);
+    connect(start, &QPushButton::clicked, this, [this] { operate(StartDesktop); });
+    connect(shutDown, &QPushButton::clicked, this, [this] { operate(ShutDownDesktop); });
+    connect(reboot, &QPushButton::clicked, this, [this] { operate(RebootDesktop); });
+
+    // Every answer of the library, on this (the GUI) thread.
+    connect(&m_grpc, &VdiDesktopGrpcThread::deviceNetworkInfo, this, &ThinClientWindow::onDeviceInfo);
+    connect(&m_grpc, &VdiDesktopGrpcThread::queryServerTypeInfoResult, this, &ThinClientWindow::onServerType);
+    connect(&m_grpc, &VdiDesktopGrpcThread::loginResult, this, &ThinClientWindow::onLogin);
+    connect(&m_grpc, &VdiDesktopGrpcThread::inputGatewayAuthInfo, this, &ThinClientWindow::askForGatewayCredentials);
+    connect(&m_grpc, &VdiDesktopGrpcThread::applyForVMResult, this, &ThinClientWindow::onApplied);
+    connect(&m_grpc, &VdiDesktopGrpcThread::applyForVMOfQueryResult, this, &ThinClientWindow::onConnectionData);
+    connect(&m_grpc, &VdiDesktopGrpcThread::operateVMResult, this, &ThinClientWindow::onOperated);
+    connect(&m_grpc, &VdiDesktopGrpcThread::recvHeartbeatResultVDT, this, &ThinClientWindow::onHeartbeat);
+
+    tagBaseInfo identity;
+    identity.deviceName = QStringLiteral("thinclient-example");
+    identity.clientType = QStringLiteral("1");
+    m_grpc.initBaseInfoParameter(identity);
+}
+
+ThinClientWindow::~ThinClientWindow()
+{
+    m_grpc.stop();
+}
+
+void ThinClientWindow::logIn()
+{
+    m_error->clear();
+    m_login->setEnabled(false);
+    statusBar()->showMessage(tr("Connecting..."));
+    m_grpc.initDeviceInfo(m_server->text(), quint16(m_port->text().toUInt()));
+}
+
+void ThinClientWindow::onDeviceInfo(const QString& ip, const QString& mac, bool found)
+{
+    // Without a route to the server the identity still needs an address and a MAC.
+    m_grpc.setLocalIP(found ? ip : QStringLiteral("127.0.0.1"));
+    m_grpc.setLocalMAC(found ? mac : QStringLiteral("02:00:00:00:00:01"));
+    m_grpc.initConnection(m_pem->text(), m_server->text(), ushort(m_port->text().toUInt()), false);
+    m_grpc.queryServerTypeInfo();
+}
+
+void ThinClientWindow::onServerType(const ServerTypeInfoResp& reply, bool ok)
+{
+    if (!ok) {
+        showError(tr("The server cannot be reached"), reply.error);
+        return;
+    }
+    statusBar()->showMessage(reply.serverType == 1 ? tr("Logging in through the access gateway...")
+                                                   : tr("Logging in..."));
+    m_grpc.login(m_user->text(), m_password->text(), QStringLiteral("0"));
+}
+
+// The library found no saved gateway credentials: ask, and answer with loginGateway.
+void ThinClientWindow::askForGatewayCredentials()
+{
+    auto* dialog = new QDialog(this);
+    dialog->setObjectName(QStringLiteral("gatewayDialog"));
+    dialog->setWindowTitle(tr("Access gateway"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QLineEdit* user = field(QStringLiteral("gatewayUser"));
+    QLineEdit* password = field(QStringLiteral("gatewayPassword"));
+    password->setEchoMode(QLineEdit::Password);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    auto* form = new QFormLayout(dialog);
+    form->addRow(new QLabel(tr("The access gateway wants its own user and password.")));
+    form->addRow(tr("Gateway user"), user);
+    form->addRow(tr("Gateway password"), password);
+    form->addRow(buttons);
+    connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    connect(dialog, &QDialog::finished, this, [this, user, password](int result) {
+        // A cancelled dialog answers with nothing: the library then reports a failed login.
+        emit m_grpc.loginGateway(result == QDialog::Accepted ? user->text() : QString(),
+                                 result == QDialog::Accepted ? password->text() : QString());
+    });
+    dialog->open();
+}
+
+void ThinClientWindow::onLogin(const LoginReply& reply, bool ok)
+{
+    m_login->setEnabled(true);
+    if (!ok) {
+        showError(tr("Login refused"), reply.error);
+        return;
+    }
+    statusBar()->showMessage(tr("Logged in as %1").arg(reply.name));
+    m_desktops->clear();
+    for (const tagPoolInfo& pool : reply.poolList) {
+        auto* poolItem = new QTreeWidgetItem(m_desktops, {pool.name});
+        for (const tagVM& vm : pool.vmList) {
+            auto* item = new QTreeWidgetItem(poolItem, {vm.vmName, vm.vmStatus, firstAddress(vm)});
+            item->setData(NameColumn, VmIdRole, vm.vmId);
+            item->setData(NameColumn, UuidRole, vm.vmUuid);
+            item->setData(NameColumn, PoolIdRole, pool.id);
+            item->setData(NameColumn, PoolNameRole, pool.name);
+        }
+    }
+    m_desktops->expandAll();
+    // The session is kept alive with a heartbeat now and every five minutes.
+    m_grpc.sendHeart(QString(), QString(), -1);
+    m_grpc.startSendHeart();
+}
+
+QTreeWidgetItem* ThinClientWindow::selectedDesktop() const
+{
+    QTreeWidgetItem* item = m_desktops->currentItem();
+    return item && item->parent() ? item : nullptr;
+}
+
+tagVmNodeInfo ThinClientWindow::nodeOf(const QTreeWidgetItem* desktop) const
+{
+    // The application's own handle, carried back in every answer about the desktop.
+    return tagVmNodeInfo{desktop->data(NameColumn, UuidRole).toString(), desktop->text(NameColumn), 0};
+}
+
+void ThinClientWindow::apply()
+{
+    const QTreeWidgetItem* desktop = selectedDesktop();
+    if (!desktop)
+        return;
+    if (m_applyAttempts == 0)
+        m_connection->setText(tr("Asking for the desktop..."));
+    ++m_applyAttempts;
+    m_grpc.applyForVM(nodeOf(desktop), desktop->data(NameColumn, PoolIdRole).toString(),
+                      desktop->data(NameColumn, VmIdRole).toString(), desktop->data(NameColumn, UuidRole).toString(),
+                      desktop->data(NameColumn, PoolNameRole).toString(), QString(), 0);
+}
+
+void ThinClientWindow::onApplied(const ApplyForVMReply& reply, bool ok)
+{
+    // true with code 4: the controller is still preparing the desktop; ask again.
+    if (ok && reply.error.errorCode == 4 && m_applyAttempts < kApplyAttempts) {
+        apply();
+        return;
+    }
+    m_applyAttempts = 0;
+    if (!ok || reply.error.errorCode > 0) {
+        m_connection->clear();
+        showError(tr("No desktop"), reply.error);
+        return;
+    }
+    // The reply also holds the desktop's passwords, for the remote-desktop client: never shown.
+    m_grpc.applyForVMOfQuery(reply.vmNode, QString::number(reply.vmInfo.vmId), reply.vmInfo.vmUuid, QString(), 0,
+                             VdiGrpc::tagOperateVMWay(0), VdiGrpc::tagOperateVMType(QueryDesktop));
+}
+
+void ThinClientWindow::onConnectionData(const OperateForVMReply& reply, bool ok)
+{
+    if (!ok) {
+        showError(tr("No connection data"), reply.error);
+        return;
+    }
+    m_connection->setText(tr("Connect to %1 at %2, port %3 (spice)")
+                              .arg(reply.vmNode.nodeName, reply.hostIp, reply.spicePort));
+    onOperated(reply, ok);
+}
+
+void ThinClientWindow::operate(int opType)
+{
+    const QTreeWidgetItem* desktop = selectedDesktop();
+    if (!desktop)
+        return;
+    m_grpc.operateVM(nodeOf(desktop), desktop->data(NameColumn, VmIdRole).toString(),
+                     desktop->data(NameColumn, UuidRole).toString(), VdiGrpc::tagOperateVMType(opType),
+                     VdiGrpc::tagOperateVMWay(0), 0, QString());
+}
+
+void ThinClientWindow::onOperated(const OperateForVMReply& reply, bool ok)
+{
+    if (!ok) {
+        showError(tr("The operation failed"), reply.error);
+        return;
+    }
+    // The node names the desktop's item by its UUID.
+    for (QTreeWidgetItemIterator it(m_desktops); *it; ++it)
+        if ((*it)->data(NameColumn, UuidRole).toString() == reply.vmNode.nodeId)
+            (*it)->setText(StateColumn, reply.vmInfo.vmStatus);
+}
+
+void ThinClientWindow::onHeartbeat(const HeartbeatReply& reply, bool ok)
+{
+    // The library answers true for a server out of reach (14) or slow (4): the code tells.
+    if (ok && reply.error.errorCode <= 0)
+        m_heartbeat->setText(tr("Heartbeat: answered"));
+    else
+        m_heartbeat->setText(tr("Heartbeat: no answer (code %1)").arg(reply.error.errorCode));
+}
+
+void ThinClientWindow::showError(const QString& what, const tagErrorData& error)
+{
+    m_login->setEnabled(true);
+    const QString text = error.errorMsgEn.isEmpty() ? error.errorMsgZh : error.errorMsgEn;
+    m_error->setText(QStringLiteral("%1: %2 (code %3)").arg(what, text).arg(error.errorCode));
+    statusBar()->clearMessage();
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+// The main window of the example thin client: where the server is, who logs in, the user's pools
+// and desktops, and what can be done with a desktop. Every request goes through the library's
+// facade and every answer comes back as one of its signals; the window never waits.
+
+#include "vdidesktopgrpcthread.h"
+
+#include <QMainWindow>
+
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QTreeWidget;
+class QTreeWidgetItem;
+
+class ThinClientWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    explicit ThinClientWindow(QWidget* parent = nullptr);
+    ~ThinClientWindow() override;
+
+private:
+    // The road: local identity, channels, server type, login.
+    void logIn();
+    void onDeviceInfo(const QString& ip, const QString& mac, bool found);
+    void onServerType(const ServerTypeInfoResp& reply, bool ok);
+    void onLogin(const LoginReply& reply, bool ok);
+    void askForGatewayCredentials();
+    // A desktop handed out, and its connection data.
+    void apply();
+    void onApplied(const ApplyForVMReply& reply, bool ok);
+    void onConnectionData(const OperateForVMReply& reply, bool ok);
+    // Start, shut down, reboot.
+    void operate(int opType);
+    void onOperated(const OperateForVMReply& reply, bool ok);
+    void onHeartbeat(const HeartbeatReply& reply, bool ok);
+
+    QTreeWidgetItem* selectedDesktop() const;
+    tagVmNodeInfo nodeOf(const QTreeWidgetItem* desktop) const;
+    void showError(const QString& what, const tagErrorData& error);
+
+    VdiDesktopGrpcThread m_grpc;
+    QLineEdit* m_server;
+    QLineEdit* m_port;
+    QLineEdit* m_pem;
+    QLineEdit* m_user;
+    QLineEdit* m_password;
+    QPushButton* m_login;
+    QTreeWidget* m_desktops;
+    QPushButton* m_apply;
+    QLabel* m_connection;
+    QLabel* m_error;
+    QLabel* m_heartbeat;
+    int m_applyAttempts = 0;
+};

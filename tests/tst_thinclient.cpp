@@ -1,0 +1,170 @@
+// The example thin client's window on a real X display (Xvfb), driven through its widgets against
+// the built-in deployment served in this process. Screenshots of each state are kept.
+#include "scenarioserver.h"
+#include "testsupport.h"
+#include "thinclientwindow.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTreeWidget>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+struct Served {
+    explicit Served(const QString& mode)
+    {
+        vdifake::ScenarioServer::Options options;
+        options.mode = mode;
+        server.reset(new vdifake::ScenarioServer(vdifake::builtInScenario(), options));
+        QString error;
+        started = server->start(&error);
+    }
+    std::unique_ptr<vdifake::ScenarioServer> server;
+    bool started = false;
+};
+
+template <class W>
+W* child(QWidget& window, const char* name)
+{
+    return window.findChild<W*>(QLatin1String(name));
+}
+
+void fillIn(ThinClientWindow& window, const Served& served, const QString& user, const QString& password)
+{
+    child<QLineEdit>(window, "port")->setText(QString::number(served.server->port()));
+    child<QLineEdit>(window, "pem")->setText(served.server->pemPath());
+    QTest::keyClicks(child<QLineEdit>(window, "user"), user);
+    QTest::keyClicks(child<QLineEdit>(window, "password"), password);
+    QTest::mouseClick(child<QPushButton>(window, "login"), Qt::LeftButton);
+}
+
+QTreeWidgetItem* findItem(QTreeWidget* tree, const QString& name)
+{
+    const QList<QTreeWidgetItem*> found = tree->findItems(name, Qt::MatchExactly | Qt::MatchRecursive);
+    return found.isEmpty() ? nullptr : found.first();
+}
+
+// Every text the window shows, but what is typed into the password fields.
+QString shownTexts(QWidget& window)
+{
+    QStringList texts;
+    for (QLabel* label : window.findChildren<QLabel*>())
+        texts << label->text();
+    for (QLineEdit* edit : window.findChildren<QLineEdit*>())
+        if (edit->echoMode() == QLineEdit::Normal)
+            texts << edit->text();
+    return texts.join(QLatin1Char('\n'));
+}
+
+} // namespace
+
+class TestThinClient : public QObject
+{
+    Q_OBJECT
+private slots:
+    void loginListsDesktopsAndOperatesThem();
+    void wrongPasswordIsShown();
+    void gatewayAsksForItsCredentials();
+
+private:
+    void screenshot(QWidget& window, const QString& name)
+    {
+        QDir().mkpath(QStringLiteral(VDI_SCREENSHOTS));
+        const QString path = QStringLiteral(VDI_SCREENSHOTS "/%1.png").arg(name);
+        QVERIFY(window.grab().save(path));
+        qInfo("screenshot %s", qPrintable(path));
+    }
+};
+
+void TestThinClient::loginListsDesktopsAndOperatesThem()
+{
+    Served served(QStringLiteral("controller"));
+    QVERIFY(served.started);
+    ThinClientWindow window;
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    fillIn(window, served, QStringLiteral("demo-user"), QStringLiteral("demo-password"));
+
+    auto* tree = child<QTreeWidget>(window, "desktops");
+    QTRY_COMPARE_WITH_TIMEOUT(tree->topLevelItemCount(), 3, 10000);
+    QCOMPARE(tree->topLevelItem(0)->text(0), QStringLiteral("Office desktops"));
+    QTreeWidgetItem* desktop = findItem(tree, QStringLiteral("office-demo-user-2"));
+    QVERIFY(desktop);
+    QCOMPARE(desktop->text(1), QStringLiteral("shutdown"));
+    QTRY_COMPARE_WITH_TIMEOUT(child<QLabel>(window, "heartbeat")->text(), QStringLiteral("Heartbeat: answered"), 10000);
+    screenshot(window, QStringLiteral("thinclient-desktops"));
+
+    tree->setCurrentItem(desktop);
+    QTest::mouseClick(child<QPushButton>(window, "start"), Qt::LeftButton);
+    QTRY_COMPARE_WITH_TIMEOUT(desktop->text(1), QStringLiteral("running"), 10000);
+
+    QTest::mouseClick(child<QPushButton>(window, "apply"), Qt::LeftButton);
+    auto* connection = child<QLabel>(window, "connection");
+    QTRY_VERIFY_WITH_TIMEOUT(connection->text().startsWith(QStringLiteral("Connect to ")), 10000);
+    QVERIFY2(connection->text().contains(QStringLiteral("port ")), qPrintable(connection->text()));
+    // The reply carries the desktop's account and spice passwords (the simulator makes them
+    // "Vdi-" and eight hex digits): the window shows neither, nor the user's password.
+    const QString shown = shownTexts(window);
+    QVERIFY2(!shown.contains(QStringLiteral("Vdi-")), qPrintable(shown));
+    QVERIFY(!shown.contains(QStringLiteral("demo-password")));
+    QVERIFY(!connection->text().contains(QStringLiteral("password"), Qt::CaseInsensitive));
+    screenshot(window, QStringLiteral("thinclient-connection"));
+
+    QTest::mouseClick(child<QPushButton>(window, "shutdown"), Qt::LeftButton);
+    QTRY_COMPARE_WITH_TIMEOUT(desktop->text(1), QStringLiteral("shutdown"), 10000);
+}
+
+void TestThinClient::wrongPasswordIsShown()
+{
+    Served served(QStringLiteral("controller"));
+    QVERIFY(served.started);
+    ThinClientWindow window;
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    fillIn(window, served, QStringLiteral("demo-user"), QStringLiteral("wrong"));
+    auto* error = child<QLabel>(window, "error");
+    QTRY_VERIFY_WITH_TIMEOUT(error->text().contains(QStringLiteral("wrong user name or password")), 10000);
+    QCOMPARE(child<QTreeWidget>(window, "desktops")->topLevelItemCount(), 0);
+    QVERIFY(child<QPushButton>(window, "login")->isEnabled());
+    screenshot(window, QStringLiteral("thinclient-refused"));
+}
+
+void TestThinClient::gatewayAsksForItsCredentials()
+{
+    Served served(QStringLiteral("gateway"));
+    QVERIFY(served.started);
+    ThinClientWindow window;
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    fillIn(window, served, QStringLiteral("demo-user"), QStringLiteral("demo-password"));
+
+    QDialog* dialog = nullptr;
+    QTRY_VERIFY_WITH_TIMEOUT((dialog = window.findChild<QDialog*>(QStringLiteral("gatewayDialog"))) != nullptr, 10000);
+    QVERIFY(QTest::qWaitForWindowExposed(dialog));
+    QTest::keyClicks(dialog->findChild<QLineEdit*>(QStringLiteral("gatewayUser")), QStringLiteral("gw-user"));
+    QTest::keyClicks(dialog->findChild<QLineEdit*>(QStringLiteral("gatewayPassword")), QStringLiteral("gw-password"));
+    screenshot(*dialog, QStringLiteral("thinclient-gateway-dialog"));
+    dialog->accept();
+
+    QTRY_COMPARE_WITH_TIMEOUT(child<QTreeWidget>(window, "desktops")->topLevelItemCount(), 3, 10000);
+    QVERIFY(!served.server->calls("/gateway.GatewayCore/LoginGateway").empty());
+    screenshot(window, QStringLiteral("thinclient-gateway"));
+}
+
+int main(int argc, char* argv[])
+{
+    vditest::isolateHome();
+    QApplication app(argc, argv);
+    TestThinClient test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_thinclient.moc"
