@@ -267,6 +267,19 @@ void TcpForwarder::run()
         ::close(m_listener);
 }
 
+std::unique_ptr<vdifake::ScenarioServer> serveBuiltInDeployment(const QString& mode)
+{
+    vdifake::ScenarioServer::Options options;
+    options.mode = mode;
+    std::unique_ptr<vdifake::ScenarioServer> server(new vdifake::ScenarioServer(vdifake::builtInScenario(), options));
+    QString error;
+    if (!server->start(&error)) {
+        qWarning() << "the simulated deployment does not start:" << error;
+        server.reset();
+    }
+    return server;
+}
+
 } // namespace vditest
 
 bool vditest::shellFindsIn(const QString& dir, const QStringList& tools)

@@ -14,6 +14,7 @@
 #include <QtTest>
 
 #include "fakeserver.h"
+#include "scenarioserver.h"
 #include "vdidesktopgrpcthread.h"
 #include "vdidesktopgrpcworker.h"
 #include "vdidesktopgrpcworker_frame.h"
@@ -67,6 +68,10 @@ private:
     QTemporaryDir m_dir;
     std::unique_ptr<vdifake::FakeServer> m_server;
 };
+
+// The built-in simulated deployment in a mode ("controller" or "gateway"), served in this
+// process on a certificate of its own; null (with a warning) when it cannot start.
+std::unique_ptr<vdifake::ScenarioServer> serveBuiltInDeployment(const QString& mode);
 
 // A loopback port on which nobody listens.
 ushort unusedPort();

@@ -26,16 +26,10 @@ struct Run {
 class Deployment {
 public:
     explicit Deployment(const QString& mode)
+        : m_server(vditest::serveBuiltInDeployment(mode))
     {
-        vdifake::ScenarioServer::Options options;
-        options.mode = mode;
-        m_server.reset(new vdifake::ScenarioServer(vdifake::builtInScenario(), options));
-        QString error;
-        m_started = m_server->start(&error);
-        if (!m_started)
-            qWarning() << error;
     }
-    bool started() const { return m_started; }
+    bool started() const { return m_server != nullptr; }
     vdifake::ScenarioServer& server() { return *m_server; }
 
     // vdi-client with the server's address and certificate, in a home of the run's own (the
@@ -76,7 +70,6 @@ public:
 
 private:
     std::unique_ptr<vdifake::ScenarioServer> m_server;
-    bool m_started = false;
 };
 
 const QStringList kDemoUser{QStringLiteral("--user"), QStringLiteral("demo-user"), QStringLiteral("--password"),

@@ -18,32 +18,24 @@
 
 namespace {
 
-struct Served {
-    explicit Served(const QString& mode)
-    {
-        vdifake::ScenarioServer::Options options;
-        options.mode = mode;
-        server.reset(new vdifake::ScenarioServer(vdifake::builtInScenario(), options));
-        QString error;
-        started = server->start(&error);
-    }
-    std::unique_ptr<vdifake::ScenarioServer> server;
-    bool started = false;
-};
-
 template <class W>
 W* child(QWidget& window, const char* name)
 {
     return window.findChild<W*>(QLatin1String(name));
 }
 
-void fillIn(ThinClientWindow& window, const Served& served, const QString& user, const QString& password)
+// Shows the window, fills in the server and the user, and clicks "Log in".
+bool logIn(ThinClientWindow& window, const vdifake::ScenarioServer& served, const QString& user, const QString& password)
 {
-    child<QLineEdit>(window, "port")->setText(QString::number(served.server->port()));
-    child<QLineEdit>(window, "pem")->setText(served.server->pemPath());
+    window.show();
+    if (!QTest::qWaitForWindowExposed(&window))
+        return false;
+    child<QLineEdit>(window, "port")->setText(QString::number(served.port()));
+    child<QLineEdit>(window, "pem")->setText(served.pemPath());
     QTest::keyClicks(child<QLineEdit>(window, "user"), user);
     QTest::keyClicks(child<QLineEdit>(window, "password"), password);
     QTest::mouseClick(child<QPushButton>(window, "login"), Qt::LeftButton);
+    return true;
 }
 
 QTreeWidgetItem* findItem(QTreeWidget* tree, const QString& name)
@@ -86,12 +78,10 @@ private:
 
 void TestThinClient::loginListsDesktopsAndOperatesThem()
 {
-    Served served(QStringLiteral("controller"));
-    QVERIFY(served.started);
+    const auto served = vditest::serveBuiltInDeployment(QStringLiteral("controller"));
+    QVERIFY(served);
     ThinClientWindow window;
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    fillIn(window, served, QStringLiteral("demo-user"), QStringLiteral("demo-password"));
+    QVERIFY(logIn(window, *served, QStringLiteral("demo-user"), QStringLiteral("demo-password")));
 
     auto* tree = child<QTreeWidget>(window, "desktops");
     QTRY_COMPARE_WITH_TIMEOUT(tree->topLevelItemCount(), 3, 10000);
@@ -124,12 +114,10 @@ void TestThinClient::loginListsDesktopsAndOperatesThem()
 
 void TestThinClient::wrongPasswordIsShown()
 {
-    Served served(QStringLiteral("controller"));
-    QVERIFY(served.started);
+    const auto served = vditest::serveBuiltInDeployment(QStringLiteral("controller"));
+    QVERIFY(served);
     ThinClientWindow window;
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    fillIn(window, served, QStringLiteral("demo-user"), QStringLiteral("wrong"));
+    QVERIFY(logIn(window, *served, QStringLiteral("demo-user"), QStringLiteral("wrong")));
     auto* error = child<QLabel>(window, "error");
     QTRY_VERIFY_WITH_TIMEOUT(error->text().contains(QStringLiteral("wrong user name or password")), 10000);
     QCOMPARE(child<QTreeWidget>(window, "desktops")->topLevelItemCount(), 0);
@@ -139,12 +127,10 @@ void TestThinClient::wrongPasswordIsShown()
 
 void TestThinClient::gatewayAsksForItsCredentials()
 {
-    Served served(QStringLiteral("gateway"));
-    QVERIFY(served.started);
+    const auto served = vditest::serveBuiltInDeployment(QStringLiteral("gateway"));
+    QVERIFY(served);
     ThinClientWindow window;
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    fillIn(window, served, QStringLiteral("demo-user"), QStringLiteral("demo-password"));
+    QVERIFY(logIn(window, *served, QStringLiteral("demo-user"), QStringLiteral("demo-password")));
 
     QDialog* dialog = nullptr;
     QTRY_VERIFY_WITH_TIMEOUT((dialog = window.findChild<QDialog*>(QStringLiteral("gatewayDialog"))) != nullptr, 10000);
@@ -155,7 +141,7 @@ void TestThinClient::gatewayAsksForItsCredentials()
     dialog->accept();
 
     QTRY_COMPARE_WITH_TIMEOUT(child<QTreeWidget>(window, "desktops")->topLevelItemCount(), 3, 10000);
-    QVERIFY(!served.server->calls("/gateway.GatewayCore/LoginGateway").empty());
+    QVERIFY(!served->calls("/gateway.GatewayCore/LoginGateway").empty());
     screenshot(window, QStringLiteral("thinclient-gateway"));
 }
 
