@@ -10,7 +10,9 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QProgressBar>
 #include <QStatusBar>
+#include <QTemporaryDir>
 #include <QTreeWidget>
 #include <QtTest>
 
@@ -65,6 +67,7 @@ private slots:
     void loginListsDesktopsAndOperatesThem();
     void wrongPasswordIsShown();
     void gatewayAsksForItsCredentials();
+    void helpIsBusyUntilAnswered();
 
 private:
     void screenshot(QWidget& window, const QString& name)
@@ -143,6 +146,50 @@ void TestThinClient::gatewayAsksForItsCredentials()
     QTRY_COMPARE_WITH_TIMEOUT(child<QTreeWidget>(window, "desktops")->topLevelItemCount(), 3, 10000);
     QVERIFY(!served->calls("/gateway.GatewayCore/LoginGateway").empty());
     screenshot(window, QStringLiteral("thinclient-gateway"));
+}
+
+// While the help report runs (held 3 s by the server here), the window shows it as busy with
+// the time it has taken; the answer ends that. The shell tools the library may run for the report
+// are stand-ins first on PATH.
+void TestThinClient::helpIsBusyUntilAnswered()
+{
+    QTemporaryDir fakes;
+    const QStringList tools{QStringLiteral("w"), QStringLiteral("sudo"), QStringLiteral("dpkg"), QStringLiteral("chown")};
+    for (const QString& tool : tools) {
+        QFile file(fakes.filePath(tool));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("#!/bin/sh\nexit 0\n");
+        file.close();
+        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    }
+    const QByteArray oldPath = qgetenv("PATH");
+    qputenv("PATH", QFile::encodeName(fakes.path()) + ':' + oldPath);
+    struct RestorePath {
+        QByteArray path;
+        ~RestorePath() { qputenv("PATH", path); }
+    } restore{oldPath};
+    QVERIFY(vditest::shellFindsIn(fakes.path(), tools));
+
+    const auto served = vditest::serveBuiltInDeployment(QStringLiteral("controller"));
+    QVERIFY(served);
+    served->withServer([](vdifake::FakeServer& server) { server.setDelay("/client.ClientCore/onekeyHelp", 3000); });
+    ThinClientWindow window;
+    QVERIFY(logIn(window, *served, QStringLiteral("demo-user"), QStringLiteral("demo-password")));
+    QTRY_COMPARE_WITH_TIMEOUT(child<QTreeWidget>(window, "desktops")->topLevelItemCount(), 3, 10000);
+
+    QTest::keyClicks(child<QLineEdit>(window, "problem"), QStringLiteral("The desktop freezes"));
+    auto* help = child<QPushButton>(window, "help");
+    auto* busy = child<QProgressBar>(window, "helpBusy");
+    auto* state = child<QLabel>(window, "helpState");
+    QTest::mouseClick(help, Qt::LeftButton);
+    QVERIFY(busy->isVisible());
+    QVERIFY(!help->isEnabled());
+    QTRY_COMPARE_WITH_TIMEOUT(state->text(), QStringLiteral("Sending the help report... 1 s"), 5000);
+    screenshot(window, QStringLiteral("thinclient-help-busy"));
+    QTRY_VERIFY_WITH_TIMEOUT(state->text().startsWith(QStringLiteral("Help report taken: task ")), 10000);
+    QVERIFY(!busy->isVisible());
+    QVERIFY(help->isEnabled());
+    QCOMPARE(served->calls("/client.ClientCore/onekeyHelp").size(), size_t(1));
 }
 
 int main(int argc, char* argv[])

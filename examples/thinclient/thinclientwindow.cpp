@@ -7,7 +7,10 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QDateTime>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QTimer>
 #include <QStatusBar>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -56,6 +59,11 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     , m_connection(new QLabel)
     , m_error(new QLabel)
     , m_heartbeat(new QLabel(tr("Heartbeat: not started")))
+    , m_problem(field(QStringLiteral("problem")))
+    , m_help(button(QStringLiteral("help"), tr("Ask for help")))
+    , m_helpBusy(new QProgressBar)
+    , m_helpState(new QLabel)
+    , m_helpTicker(new QTimer(this))
 {
     setWindowTitle(tr("Thin client"));
     m_password->setEchoMode(QLineEdit::Password);
@@ -87,6 +95,17 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     layout->addWidget(m_desktops);
     layout->addLayout(actions);
     layout->addWidget(m_connection);
+    m_problem->setPlaceholderText(tr("What goes wrong?"));
+    m_helpBusy->setObjectName(QStringLiteral("helpBusy"));
+    m_helpBusy->setRange(0, 0);  // busy: the library reports no progress
+    m_helpBusy->setVisible(false);
+    m_helpState->setObjectName(QStringLiteral("helpState"));
+    auto* help = new QHBoxLayout;
+    help->addWidget(m_problem);
+    help->addWidget(m_help);
+    help->addWidget(m_helpBusy);
+    help->addWidget(m_helpState);
+    layout->addLayout(help);
     auto* central = new QWidget;
     central->setLayout(layout);
     setCentralWidget(central);
@@ -97,6 +116,11 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     connect(start, &QPushButton::clicked, this, [this] { operate(StartDesktop); });
     connect(shutDown, &QPushButton::clicked, this, [this] { operate(ShutDownDesktop); });
     connect(reboot, &QPushButton::clicked, this, [this] { operate(RebootDesktop); });
+    connect(m_help, &QPushButton::clicked, this, &ThinClientWindow::askForHelp);
+    connect(m_helpTicker, &QTimer::timeout, this, [this] {
+        m_helpState->setText(tr("Sending the help report... %1 s")
+                                 .arg((QDateTime::currentMSecsSinceEpoch() - m_helpStarted) / 1000));
+    });
 
     // Every answer of the library, on this (the GUI) thread.
     connect(&m_grpc, &VdiDesktopGrpcThread::deviceNetworkInfo, this, &ThinClientWindow::onDeviceInfo);
@@ -107,6 +131,7 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     connect(&m_grpc, &VdiDesktopGrpcThread::applyForVMOfQueryResult, this, &ThinClientWindow::onConnectionData);
     connect(&m_grpc, &VdiDesktopGrpcThread::operateVMResult, this, &ThinClientWindow::onOperated);
     connect(&m_grpc, &VdiDesktopGrpcThread::recvHeartbeatResultVDT, this, &ThinClientWindow::onHeartbeat);
+    connect(&m_grpc, &VdiDesktopGrpcThread::SendUserAskHelpInfoResult, this, &ThinClientWindow::onHelpAnswered);
 
     tagBaseInfo identity;
     identity.deviceName = QStringLiteral("thinclient-example");
@@ -281,6 +306,29 @@ void ThinClientWindow::onHeartbeat(const HeartbeatReply& reply, bool ok)
         m_heartbeat->setText(tr("Heartbeat: answered"));
     else
         m_heartbeat->setText(tr("Heartbeat: no answer (code %1)").arg(reply.error.errorCode));
+}
+
+void ThinClientWindow::askForHelp()
+{
+    m_help->setEnabled(false);
+    m_helpBusy->setVisible(true);
+    m_helpStarted = QDateTime::currentMSecsSinceEpoch();
+    m_helpState->setText(tr("Sending the help report... 0 s"));
+    m_helpTicker->start(1000);
+    // Logs wanted (1); the screenshots are where the terminal keeps them ("screenshots").
+    m_grpc.sendUserAskInfo(m_grpc.getLocalMAC(), m_user->text(), QString(), QString(), QStringLiteral("display"),
+                           m_problem->text(), 1, QStringLiteral("screenshots"), m_grpc.getLocalIP(), QString());
+}
+
+void ThinClientWindow::onHelpAnswered(const OneKeyHelpInfoReply& reply, bool ok)
+{
+    m_helpTicker->stop();
+    m_helpBusy->setVisible(false);
+    m_help->setEnabled(true);
+    if (ok)
+        m_helpState->setText(tr("Help report taken: task %1").arg(reply.taskId));
+    else
+        showError(tr("Help report refused"), reply.error);
 }
 
 void ThinClientWindow::showError(const QString& what, const tagErrorData& error)

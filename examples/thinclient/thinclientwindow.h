@@ -9,6 +9,8 @@
 #include <QMainWindow>
 
 class QLabel;
+class QProgressBar;
+class QTimer;
 class QLineEdit;
 class QPushButton;
 class QTreeWidget;
@@ -36,6 +38,10 @@ private:
     void operate(int opType);
     void onOperated(const OperateForVMReply& reply, bool ok);
     void onHeartbeat(const HeartbeatReply& reply, bool ok);
+    // One-key help: the report (behind a gateway with the upload of screenshots and logs, which
+    // may take minutes without progress from the library), shown as busy meanwhile.
+    void askForHelp();
+    void onHelpAnswered(const OneKeyHelpInfoReply& reply, bool ok);
 
     QTreeWidgetItem* selectedDesktop() const;
     tagVmNodeInfo nodeOf(const QTreeWidgetItem* desktop) const;
@@ -53,5 +59,11 @@ private:
     QLabel* m_connection;
     QLabel* m_error;
     QLabel* m_heartbeat;
+    QLineEdit* m_problem;
+    QPushButton* m_help;
+    QProgressBar* m_helpBusy;
+    QLabel* m_helpState;
+    QTimer* m_helpTicker;
+    qint64 m_helpStarted = 0;
     int m_applyAttempts = 0;
 };
