@@ -116,6 +116,23 @@ int threadCount()
     return entriesOf("/proc/self/task");
 }
 
+int grpcThreadCount()
+{
+    static const char* const names[] = {"default-executo", "event_engine", "grpc_global_tim", "resolver-execut",
+                                        "timer_manager"};
+    const QDir tasks(QStringLiteral("/proc/self/task"));
+    int count = 0;
+    for (const QString& task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile comm(tasks.filePath(task + QStringLiteral("/comm")));
+        if (!comm.open(QIODevice::ReadOnly))
+            continue;  // the thread has ended meanwhile
+        const QByteArray name = comm.readAll().trimmed();
+        count += std::any_of(std::begin(names), std::end(names),
+                             [&](const char* grpcName) { return name.startsWith(grpcName); });
+    }
+    return count;
+}
+
 long long defaultStackKib()
 {
     pthread_attr_t attr;

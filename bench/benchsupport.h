@@ -52,6 +52,9 @@ int entriesOf(const char* dir);
 // Open descriptors and threads of this process.
 int openDescriptors();
 int threadCount();
+// Threads of this process that gRPC starts for itself (its executors, event engine, timers and
+// resolver), told by their names; they grow on demand up to a bound of gRPC's choosing.
+int grpcThreadCount();
 // Resident KiB of the mappings that look like thread stacks: anonymous, writable, of the
 // default thread stack size, right behind a guard page. Pages of a stack count only once
 // touched, like any other anonymous memory. `areas`, when given, receives how many were found.
