@@ -6,6 +6,7 @@
 
 #include <array>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -13,6 +14,7 @@
 #include <QObject>
 #include <QSettings>
 #include <QString>
+#include <QStringList>
 
 #include <grpcpp/grpcpp.h>
 
@@ -263,6 +265,11 @@ private:
     bool reachesServerFrom(const QString& address);
     void uploadHelpPackage(const HelpPackage& kind, qint64 taskId);
     void handDownloadsToUser();
+    // False, with a line of the caller's, when the login user has no home folder; else the
+    // Downloads folder exists and belongs to the user.
+    bool prepareDownloads(const char* function);
+    using FileTest = std::function<bool(const QString&)>;
+    static void dropUnreadableFiles(QStringList& files, const FileTest& exists, const FileTest& readable);
     QString userPath(const char* pattern) const;
 
     // The overrun rule of the desktop assignment; true when the handler answers true now.

@@ -32,6 +32,9 @@ const int kProbeTimeoutMs = 3000;
 const int kChunkBytes = 65536;
 const char* const kNoAddressText = "请检查网络等相关配置或联系管理员";
 const char* const kImageCollectionUrl = "http://%1:9001/oneKeyHelpImageCollection";
+// Our own rule: every line of the request's own steps (the address choice, the uploads) names
+// the request, wherever in the code it is written, so that one grep of the log finds them all.
+const char* const kRequest = "sendUserAskHelpInfo";
 
 // Where the user's files are looked for: the Latin spelling of the folders, else the Chinese one.
 const char* const kImageFolder = "/home/%1/Documents/oneKeyHelpImage/";
@@ -130,7 +133,7 @@ QString VdiDesktopGrpcWorker::chooseHelpAddress(const QString& addresses, tagErr
 {
     QStringList list = addresses.split(QLatin1Char(';'));
     list.removeAll(QString());
-    VDI_DEBUG << "size " << list.size() << "ipList" << list;
+    VDI_LOG_IN(QtDebugMsg, kRequest) << "size " << list.size() << "ipList" << list;
     if (list.isEmpty()) {
         error.errorMsgZh = QString::fromUtf8(kNoAddressText);
         return QString();
@@ -143,7 +146,7 @@ QString VdiDesktopGrpcWorker::chooseHelpAddress(const QString& addresses, tagErr
     for (const QString& candidate : qAsConst(list)) {
         chosen = candidate;
         if (reachesServerFrom(candidate)) {
-            VDI_DEBUG << "TcpSocket Connected, ip =" << candidate;
+            VDI_LOG_IN(QtDebugMsg, kRequest) << "TcpSocket Connected, ip =" << candidate;
             break;
         }
     }
@@ -193,7 +196,7 @@ void VdiDesktopGrpcWorker::uploadHelpPackage(const HelpPackage& kind, qint64 tas
 {
     // Our own rule: without an upload stub no package is made and nothing is sent.
     if (!stubUpload) {
-        VDI_CRITICAL << " stubUpload is null.";
+        VDI_LOG_IN(QtCriticalMsg, kRequest) << " stubUpload is null.";
         return;
     }
     const QString shortName = QString::fromLatin1(kind.namePattern)
@@ -203,17 +206,17 @@ void VdiDesktopGrpcWorker::uploadHelpPackage(const HelpPackage& kind, qint64 tas
 
     QFile file(path);
     if (!file.exists()) {
-        VDI_LOG_IN(kind.absentLevel, __FUNCTION__) << kind.absentText;
+        VDI_LOG_IN(kind.absentLevel, kRequest) << kind.absentText;
         return;
     }
     if (kind.taskIdOnOpen)
-        VDI_DEBUG << kind.openText << path << ", task id = " << taskId;
+        VDI_LOG_IN(QtDebugMsg, kRequest) << kind.openText << path << ", task id = " << taskId;
     else
-        VDI_DEBUG << kind.openText << path;
+        VDI_LOG_IN(QtDebugMsg, kRequest) << kind.openText << path;
     if (!file.open(QIODevice::ReadOnly))
         return;  // stays on disk
 
-    const RpcShape shape = RpcShape::at(__FUNCTION__).deadline(CallContext::Unlimited).onNullStub(" stubUpload is null.");
+    const RpcShape shape = RpcShape::at(kRequest).deadline(CallContext::Unlimited).onNullStub(" stubUpload is null.");
     StreamResult<client::onekeyHelpUploadResp> upload;
     streamCall(shape, stubUpload, &Stub::onekeyHelpUseGateway,
                [&](grpc::ClientWriter<client::onekeyHelpUploadReq>& writer) {
@@ -223,7 +226,7 @@ void VdiDesktopGrpcWorker::uploadHelpPackage(const HelpPackage& kind, qint64 tas
                    meta.set_filename(VdiDesktopGrpcHelper::toStdString(shortName));
                    meta.set_filetype(kind.fileType);
                    if (kind.metaText)
-                       VDI_INFO << kind.metaText;
+                       VDI_LOG_IN(QtInfoMsg, kRequest) << kind.metaText;
                    writer.Write(message);
 
                    std::vector<char> buffer(kChunkBytes);
@@ -234,7 +237,7 @@ void VdiDesktopGrpcWorker::uploadHelpPackage(const HelpPackage& kind, qint64 tas
                            break;
                        message.set_content(buffer.data(), size_t(read));
                        if (!writer.Write(message)) {
-                           VDI_DEBUG << kind.brokenText << path;
+                           VDI_LOG_IN(QtDebugMsg, kRequest) << kind.brokenText << path;
                            break;
                        }
                    }
@@ -243,39 +246,29 @@ void VdiDesktopGrpcWorker::uploadHelpPackage(const HelpPackage& kind, qint64 tas
 
     if (upload.status.ok()) {
         if (kind.codeOnStatus)
-            VDI_DEBUG << "Succeed in sending file = " << path << ", code = " << upload.reply.code();
+            VDI_LOG_IN(QtDebugMsg, kRequest) << "Succeed in sending file = " << path << ", code = " << upload.reply.code();
         else
-            VDI_DEBUG << "Succeed in sending file = " << path;
+            VDI_LOG_IN(QtDebugMsg, kRequest) << "Succeed in sending file = " << path;
     } else {
         if (kind.codeOnStatus)
-            VDI_LOG_IN(kind.failedLevel, __FUNCTION__) << "Failed to send file = " << path << ", code = "
+            VDI_LOG_IN(kind.failedLevel, kRequest) << "Failed to send file = " << path << ", code = "
                                                        << upload.reply.code();
         else
-            VDI_LOG_IN(kind.failedLevel, __FUNCTION__) << "Failed to send file = " << path;
+            VDI_LOG_IN(kind.failedLevel, kRequest) << "Failed to send file = " << path;
     }
     if (kind.flushBeforeClose)
         file.flush();
     file.close();
     if (file.remove()) {
-        VDI_LOG_IN(kind.deletionLevel, __FUNCTION__) << "Succeed in deleting file = " << path;
+        VDI_LOG_IN(kind.deletionLevel, kRequest) << "Succeed in deleting file = " << path;
         return;
     }
-    VDI_LOG_IN(kind.deletionFailedLevel, __FUNCTION__) << "delete file failed, remove again, file = " << path;
+    VDI_LOG_IN(kind.deletionFailedLevel, kRequest) << "delete file failed, remove again, file = " << path;
     file.close();
     file.remove();
 }
 
 // ---- Packaging -----------------------------------------------------------------------------
-
-namespace {
-// Our own rule: a package is made only in a Downloads folder that exists. quazip makes every
-// missing folder on the zip's path, so without this an unknown or home-less user (an empty name
-// gives "/home//Downloads/") would get folders made below /home and a package uploaded.
-bool packageFolderExists(const QString& zipPath)
-{
-    return QFileInfo(QFileInfo(zipPath).path()).isDir();
-}
-} // namespace
 
 void VdiDesktopGrpcWorker::setCurrentActiveUser(QString& user)
 {
@@ -307,10 +300,27 @@ void VdiDesktopGrpcWorker::handDownloadsToUser()
     vdishell::run(command, kChownTimeoutMs);
 }
 
+// Our own rule: the packages are made only for a login user whose home folder exists, and a
+// Downloads folder that is missing there is made first. For an empty or unknown name nothing is
+// made anywhere: quazip makes every missing folder on a zip's path, and an empty name gives
+// "/home//Downloads/".
+bool VdiDesktopGrpcWorker::prepareDownloads(const char* function)
+{
+    const QString home = userPath("/home/%1");
+    if (m_currentActiveUser.isEmpty() || !QFileInfo(home).isDir()) {
+        VDI_LOG_IN(QtInfoMsg, function) << "The login user has no home folder, nothing is packaged. home = " << home;
+        return false;
+    }
+    QDir().mkpath(userPath("/home/%1/Downloads"));
+    handDownloadsToUser();
+    return true;
+}
+
 bool VdiDesktopGrpcWorker::compressAndPackageImage(QString& fileName)
 {
     fileName = userPath("/home/%1/Downloads/") + fileName;
-    handDownloadsToUser();
+    if (!prepareDownloads(__FUNCTION__))
+        return false;
     QString directory = userPath(kImageFolder);
     if (!QFileInfo::exists(directory)) {
         turnToChinesePaths(__FUNCTION__);
@@ -319,7 +329,7 @@ bool VdiDesktopGrpcWorker::compressAndPackageImage(QString& fileName)
     // The count sees the files directly inside; the zip takes the subfolders too.
     QDir dir(directory);
     dir.setFilter(QDir::Files);
-    if (dir.exists() && dir.count() > 0 && packageFolderExists(fileName)) {
+    if (dir.exists() && dir.count() > 0) {
         JlCompress::compressDir(fileName, directory, true);
         VDI_INFO << "Yes, all in. absolute path = " << fileName << ", file count = " << dir.count();
         return true;
@@ -332,7 +342,8 @@ bool VdiDesktopGrpcWorker::compressAndPackageLogs(QString& fileName)
 {
     VDI_DEBUG << "ready to package all log files, zip file name = " << fileName << ", user = " << m_currentActiveUser;
     fileName = userPath("/home/%1/Downloads/") + fileName;
-    handDownloadsToUser();
+    if (!prepareDownloads(__FUNCTION__))
+        return true;
 
     // The first user folder alone decides the spelling of all five.
     const bool latin = QFileInfo::exists(userPath(kUserLogFolders[0].latin));
@@ -367,22 +378,27 @@ bool VdiDesktopGrpcWorker::compressAndPackageLogs(QString& fileName)
             files << path;
     }
 
-    // One pass with its end fixed beforehand: the entry that slides into a removed one's place
-    // is not looked at.
-    const int count = files.size();
-    for (int i = 0; i < count && i < files.size(); ++i) {
-        const QFileInfo info(files.at(i));
-        if (!info.exists()) {
-            VDI_WARNING << files.at(i) << " file NOT exist, remove from downloadlist!";
-            files.removeAt(i);
-        } else if (!info.isReadable()) {
-            VDI_WARNING << files.at(i) << " file is NOT readable, remove from downloadlist!";
-            files.removeAt(i);
-        }
-    }
+    dropUnreadableFiles(files, [](const QString& path) { return QFileInfo::exists(path); },
+                        [](const QString& path) { return QFileInfo(path).isReadable(); });
     files.removeDuplicates();
-    if (packageFolderExists(fileName))
-        JlCompress::compressFiles(fileName, files);
+    JlCompress::compressFiles(fileName, files);
     VDI_INFO << "Yes, all in. absolute path = " << fileName;
     return true;
+}
+
+// Our own rule: every entry is examined once and every missing or unreadable one is dropped with
+// its line, wherever it stands in the list. A single bad entry left behind makes quazip refuse
+// the whole package.
+void VdiDesktopGrpcWorker::dropUnreadableFiles(QStringList& files, const FileTest& exists, const FileTest& readable)
+{
+    QStringList kept;
+    for (const QString& file : qAsConst(files)) {
+        if (!exists(file))
+            VDI_LOG_IN(QtWarningMsg, "compressAndPackageLogs") << file << " file NOT exist, remove from downloadlist!";
+        else if (!readable(file))
+            VDI_LOG_IN(QtWarningMsg, "compressAndPackageLogs") << file << " file is NOT readable, remove from downloadlist!";
+        else
+            kept << file;
+    }
+    files = kept;
 }

@@ -184,6 +184,11 @@ public:
     {
         return w.streamCall(std::forward<Args>(args)...);
     }
+    static void dropUnreadableFiles(QStringList& files, const VdiDesktopGrpcWorker::FileTest& exists,
+                                    const VdiDesktopGrpcWorker::FileTest& readable)
+    {
+        VdiDesktopGrpcWorker::dropUnreadableFiles(files, exists, readable);
+    }
     bool hasCurrentContext() const
     {
         std::lock_guard<std::mutex> lock(w.m_contextMutex);

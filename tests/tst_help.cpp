@@ -140,6 +140,34 @@ void readUpload(const vdifake::RecordedCall& call, qint64 taskId, const QString&
     entries = zipEntries(zip);
 }
 
+// Every line of the request's own steps names the request; no line names a lambda. Returns how
+// many lines of those steps there were.
+int stepLinesNamingRequest(const vditest::LogCapture& log)
+{
+    static const QStringList steps{"ipList", "TcpSocket Connected, ip =", "ready to send meta data for image package.",
+                                   "open image package file = ", "open log package file = ", "broken stream for upload file = ",
+                                   "Succeed in sending file = ", "Failed to send file = ", "Succeed in deleting file = ",
+                                   "stubUpload is null.", "upload package IMAGE file not exist.",
+                                   "upload package LOG file not exist."};
+    int named = 0;
+    for (const auto& line : log.lines()) {
+        if (line.second.contains(QLatin1String("operator()"))) {
+            qWarning("a line names a lambda: %s", qPrintable(line.second));
+            return -1;
+        }
+        for (const QString& step : steps) {
+            if (!line.second.contains(step))
+                continue;
+            if (!line.second.startsWith(QLatin1String("[ sendUserAskHelpInfo ]"))) {
+                qWarning("a step's line does not name the request: %s", qPrintable(line.second));
+                return -1;
+            }
+            ++named;
+        }
+    }
+    return named;
+}
+
 void compareEntries(const Entries& received, const Entries& expected)
 {
     QCOMPARE(received.keys(), expected.keys());
@@ -176,7 +204,10 @@ private slots:
     void imageFolderChoice_data();
     void imageFolderChoice();
     void versionFromFifthColumn();
-    void oneOfTwoUnreadableFiles();
+    void everyBadEntryDropped_data();
+    void everyBadEntryDropped();
+    void homeWithoutDownloads();
+    void userWithoutHome_data();
     void userWithoutHome();
     void userNameQuoted_data();
     void userNameQuoted();
@@ -334,7 +365,12 @@ void TestHelp::reportOnTheWire()
     bed.server->setReply(kHelp, helpReply(5));
 
     const tagOneKeyHelpInfoRequest asked = helpRequest(0, screenShotUrl, ip);
+    vditest::LogCapture log;
     bed.worker.sendUserAskHelpInfo(asked);
+    // The address list, the probe's success where a probe found one, and behind the gateway the
+    // missing screenshot package.
+    const bool probed = serverType != 1 && sentIp.startsWith(QLatin1String("127."));
+    QCOMPARE(stepLinesNamingRequest(log), 1 + (probed ? 1 : 0) + (serverType == 1 ? 1 : 0));
     QCOMPARE(bed.answers.size(), 1);
     QVERIFY(bed.answers[0].flag);
     QCOMPARE(bed.answers[0].reply.taskId, qint64(5));
@@ -442,6 +478,7 @@ void TestHelp::packagesOnTheWire()
     fillLatinTree(image, logs);
     Bed bed(1, downloads());
     bed.server->setReply(kHelp, helpReply(4242));
+    vditest::LogCapture log;
 
     const QDateTime before = QDateTime::currentDateTime();
     bed.worker.sendUserAskHelpInfo(helpRequest(1, QStringLiteral("shots")));
@@ -468,6 +505,8 @@ void TestHelp::packagesOnTheWire()
         QCOMPARE(call.metadata.count("client-language"), size_t(0));
     }
     QCOMPARE(filesIn(downloads()), QStringList());
+    // The address, both opens, the meta line, both sendings and both deletions.
+    QCOMPARE(stepLinesNamingRequest(log), 8);
 }
 
 void TestHelp::packagesAsked_data()
@@ -557,6 +596,7 @@ void TestHelp::uploadOutcomes()
     QCOMPARE(log.count(QStringLiteral("Failed to send file = "), QtCriticalMsg), failedUploads > 0 ? 1 : 0);
     QCOMPARE(log.count(QStringLiteral("Succeed in deleting file = ")), 2);
     QCOMPARE(filesIn(downloads()), QStringList());
+    QVERIFY(stepLinesNamingRequest(log) >= 8);
 }
 
 void TestHelp::userAskedOnce()
@@ -689,45 +729,102 @@ void TestHelp::versionFromFifthColumn()
     compareEntries(ours(received, expected.keys()), expected);
 }
 
-// Removing the first from the list slides the second into its place, past the walk.
-void TestHelp::oneOfTwoUnreadableFiles()
+void TestHelp::everyBadEntryDropped_data()
 {
-    if (::geteuid() == 0)
-        QSKIP("root reads files of mode 000");
-    for (const QString name : {"hl-locked-1.log", "hl-locked-2.log"}) {
-        put("Documents/Birchlink/log/" + name, "secret");
-        QVERIFY(QFile::setPermissions(home() + "/Documents/Birchlink/log/" + name, QFileDevice::Permissions()));
-    }
-    Bed bed(1, downloads());
-    vditest::LogCapture log;
-
-    bed.worker.sendUserAskHelpInfo(helpRequest(1, QString()));
-    QCOMPARE(bed.answers.size(), 1);
-    int lines = 0;
-    for (const auto& line : log.lines()) {
-        if (line.second.contains(QStringLiteral(" file is NOT readable, remove from downloadlist!"))
-            && line.second.contains(QStringLiteral("/Birchlink/log/hl-locked-"))) {
-            QCOMPARE(line.first, QtWarningMsg);
-            ++lines;
-        }
-    }
-    QCOMPARE(lines, 1);
+    // Letters stand for entries: m missing, u unreadable, r readable.
+    QTest::addColumn<QString>("entries");
+    QTest::newRow("all readable") << "rrr";
+    QTest::newRow("two bad at the front") << "mmrr";
+    QTest::newRow("two bad at the back") << "rrum";
+    QTest::newRow("bad at both ends") << "umrrmu";
+    QTest::newRow("alternating") << "mrurmr";
+    QTest::newRow("all bad") << "mumu";
 }
 
-// A user whose home does not exist gets no package, and nothing is written for them.
-void TestHelp::userWithoutHome()
+// The tests run as root, who reads everything: unreadable entries are named by the test.
+void TestHelp::everyBadEntryDropped()
 {
-    const QString nobody = m_tree->path() + QStringLiteral("/nobody");
-    setUsers({QStringLiteral("../..") + nobody});
+    QFETCH(QString, entries);
+    QStringList files, kept, unreadable;
+    for (int i = 0; i < entries.size(); ++i) {
+        const QString path = home() + QStringLiteral("/hl-%1-%2.log").arg(i).arg(entries[i]);
+        files << path;
+        if (entries[i] != 'm')
+            put(QFileInfo(path).fileName(), "entry");
+        if (entries[i] == 'u')
+            unreadable << path;
+        if (entries[i] == 'r')
+            kept << path;
+    }
+    vditest::LogCapture log;
+    QStringList list = files;
+    VdiWorkerProbe::dropUnreadableFiles(list, [](const QString& path) { return QFileInfo::exists(path); },
+                                        [&](const QString& path) { return !unreadable.contains(path); });
+    QCOMPARE(list, kept);
+    for (int i = 0; i < entries.size(); ++i) {
+        const QString tail = entries[i] == 'm' ? QStringLiteral(" file NOT exist, remove from downloadlist!")
+                                               : QStringLiteral(" file is NOT readable, remove from downloadlist!");
+        QCOMPARE(log.count('"' + files[i] + "\" " + tail, QtWarningMsg), entries[i] == 'r' ? 0 : 1);
+    }
+    // What is left makes a package.
+    if (!kept.isEmpty())
+        QVERIFY(JlCompress::compressFiles(m_tree->filePath("package.zip"), list));
+}
+
+// A home that never had a Downloads folder: it is made, handed to the user, and left without
+// zips once both packages are uploaded.
+void TestHelp::homeWithoutDownloads()
+{
+    QVERIFY(QDir(downloads()).removeRecursively());
+    Entries image, logs;
+    fillLatinTree(image, logs);
     Bed bed(1, downloads());
     vditest::LogCapture log;
 
-    bed.worker.sendUserAskHelpInfo(helpRequest(1, QString()));
+    bed.worker.sendUserAskHelpInfo(helpRequest(1, QStringLiteral("shots")));
+    QCOMPARE(bed.answers.size(), 1);
+    QCOMPARE(uploadTypes(bed.server), QStringList({"ScreenShot", "ClientLog"}));
+    Entries received;
+    readUpload(bed.server->calls(kUpload).at(0), 0, "ClientImage_", "ScreenShot", received);
+    QVERIFY(!QTest::currentTestFailed());
+    compareEntries(received, image);
+    QVERIFY(QFileInfo(downloads()).isDir());
+    QCOMPARE(filesIn(downloads()), QStringList());
+    const QString user = userName();
+    const QStringList chown{"-R", user + ':' + user, "/home/" + user + "/Downloads"};
+    QCOMPARE(toolCalls("chown"), QList<QStringList>({chown, chown}));
+    QVERIFY(!log.contains(QStringLiteral("Directory is empty")));
+}
+
+void TestHelp::userWithoutHome_data()
+{
+    QTest::addColumn<bool>("named");
+    QTest::newRow("a user whose home does not exist") << true;
+    QTest::newRow("no display user") << false;
+}
+
+// A user without a home, or none at all, gets no package, no folder and no chown; the log says why.
+void TestHelp::userWithoutHome()
+{
+    QFETCH(bool, named);
+    const QString nobody = m_tree->path() + QStringLiteral("/nobody");
+    setUsers(named ? QStringList{QStringLiteral("../..") + nobody} : QStringList());
+    const bool homeDownloads = QFileInfo::exists(QStringLiteral("/home/Downloads"));
+    Bed bed(1, downloads());
+    vditest::LogCapture log;
+
+    bed.worker.sendUserAskHelpInfo(helpRequest(1, QStringLiteral("shots")));
     QCOMPARE(bed.answers.size(), 1);
     QCOMPARE(toolCalls("w").size(), 1);
+    QVERIFY(toolCalls("chown").isEmpty());
     QVERIFY2(!QFileInfo::exists(nobody), qPrintable(nobody));
+    QCOMPARE(QFileInfo::exists(QStringLiteral("/home/Downloads")), homeDownloads);
     QCOMPARE(bed.server->callCount(kUpload), 0);
+    QCOMPARE(log.count(QStringLiteral("The login user has no home folder, nothing is packaged."), QtInfoMsg), 2);
+    QCOMPARE(log.count(QStringLiteral("gateway upload package IMAGE file not exist."), QtInfoMsg), 1);
     QCOMPARE(log.count(QStringLiteral("gateway upload package LOG file not exist."), QtDebugMsg), 1);
+    QVERIFY(!log.contains(QStringLiteral("Directory is empty")));
+    QVERIFY(!log.contains(QStringLiteral("Yes, all in.")));
 }
 
 void TestHelp::userNameQuoted_data()
@@ -758,6 +855,7 @@ void TestHelp::userNameQuoted()
         QFile::remove(m_fakes.filePath("chown.calls"));
     }
     setUsers({name});  // two lines for two users
+    QVERIFY(QDir().mkpath("/home/" + name));  // under the tree: a home of its own for each name
     Bed bed(1, downloads());
 
     bed.worker.sendUserAskHelpInfo(helpRequest(1, QStringLiteral("shots")));
