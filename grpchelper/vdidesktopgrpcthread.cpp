@@ -145,9 +145,10 @@ VdiDesktopGrpcThread::VdiDesktopGrpcThread(QObject* parent)
 
 VdiDesktopGrpcThread::~VdiDesktopGrpcThread()
 {
-    // Our own rule: requests still queued behind the call in flight return at their
-    // interruption check instead of each running to its deadline. The call in flight is not
-    // cancelled and is still waited for.
+    // Our own rule: every request not yet started returns at its interruption check, without a
+    // call and without an answer, whether or not a call is in flight; an application that ends
+    // its session expects pending work cancelled, as with Qt's network classes. The call in
+    // flight is not cancelled and is still waited for.
     m_thread.requestInterruption();
     m_thread.quit();
     m_thread.wait();

@@ -53,7 +53,9 @@ class VdiDesktopGrpcWorker;
  * -# Any other request, and the heartbeat (startSendHeart()).
  * -# stop() before the facade is destroyed (the destructor waits for the call in flight).
  *
- * Requests made after stop() are dropped without an answer.
+ * Requests made after stop() are dropped without an answer, and so is every request not yet
+ * started when the facade is destroyed: to send a last request (a device report, a desktop shut
+ * down), wait for its answer before destroying the facade.
  */
 class VDIDESKTOPGRPC_EXPORT VdiDesktopGrpcThread : public QObject
 {
@@ -62,9 +64,11 @@ public:
     /// Starts the worker and its thread. Registers the record types for queued signals
     /// (registerMetaTypes()). No network traffic yet.
     explicit VdiDesktopGrpcThread(QObject* parent = nullptr);
-    /// Ends the worker's thread. A call in flight is waited for (not cancelled); requests still
-    /// queued behind it return without a call and without an answer. Call stop() first to cancel
-    /// the call in flight.
+    /// Ends the worker's thread. A call in flight is waited for (not cancelled). Every request not
+    /// yet started is dropped without a call and without an answer, whether or not a call is in
+    /// flight: a request made just before the facade is destroyed is never sent. To send a last
+    /// request (a device report, a desktop shut down), wait for its answer before destroying the
+    /// facade. Call stop() first to cancel the call in flight as well.
     ~VdiDesktopGrpcThread() override;
 
     /// \name Cached identity

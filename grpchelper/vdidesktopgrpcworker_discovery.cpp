@@ -25,8 +25,9 @@ void VdiDesktopGrpcWorker::initDeviceInfo(QString serverIP, ushort port)
 {
     Utility utility;
     tagLocalNetworkInfo info;
+    // Not found: empty texts, not null ones.
     const bool found = utility.getDeviceNetworkInfo(serverIP, port, info);
-    emit deviceNetworkInfo(found ? info.ip : QString(), found ? info.mac : QString(), found);
+    emit deviceNetworkInfo(found ? info.ip : QStringLiteral(""), found ? info.mac : QStringLiteral(""), found);
 }
 
 void VdiDesktopGrpcWorker::queryServerTypeInfo()

@@ -1,6 +1,7 @@
 // The gateway settings file: the only state of the library that survives a restart.
 #include "vdidesktopgrpcworker.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -29,6 +30,30 @@ bool makeOwnerOnlyFile(const QString& path)
     const bool ownerOnly = ::fchmod(fd, S_IRUSR | S_IWUSR) == 0;
     ::close(fd);
     return ownerOnly;
+}
+
+// Our own rule: a save makes the missing folders of the file's path owner-only (0700), up to and
+// including "gateway", as a plain QSettings save would make them but without the umask's wider
+// modes: a minimal terminal image often has no Documents folder, and without it no token would
+// ever be kept. Folders are made only below a home folder that exists; where the home is missing
+// or cannot hold them, nothing is made and nothing is kept.
+bool makeOwnerOnlyFolders(const QString& folder)
+{
+    const QString home = QDir::cleanPath(QDir::homePath());
+    if (!QFileInfo(home).isDir())
+        return false;
+    const QString below = home.endsWith(QLatin1Char('/')) ? home : home + QLatin1Char('/');
+    QStringList missing;
+    for (QString dir = QDir::cleanPath(folder); !QFileInfo::exists(dir); dir = QFileInfo(dir).path()) {
+        if (!dir.startsWith(below))
+            return false;
+        missing.prepend(dir);
+    }
+    for (const QString& dir : qAsConst(missing)) {
+        if (::mkdir(QFile::encodeName(dir).constData(), S_IRWXU) != 0 && errno != EEXIST)
+            return false;
+    }
+    return QFileInfo(folder).isDir();
 }
 } // namespace
 
@@ -104,9 +129,9 @@ void VdiDesktopGrpcWorker::saveGatewayInfo()
 
 QSettings::Status VdiDesktopGrpcWorker::writeGatewayInfo(const QString& path)
 {
-    // Without an owner-only file the password is not written at all: QSettings would create
-    // the missing folders and the file with the umask's wider modes.
-    if (!makeOwnerOnlyFile(path))
+    // Without owner-only folders and file the password is not written at all: QSettings would
+    // create them with the umask's wider modes.
+    if (!makeOwnerOnlyFolders(QFileInfo(path).path()) || !makeOwnerOnlyFile(path))
         return QSettings::AccessError;
     QSettings settings(path, QSettings::IniFormat);
     settings.setIniCodec("UTF-8");

@@ -1,7 +1,10 @@
 // The handler frame, through the server discovery handlers, against the TLS fake server.
 #include "testsupport.h"
 
+#include <QProcess>
 #include <QThread>
+
+#include "utility.h"
 
 namespace {
 const std::string kIsUseGateway = "/common.CommonCore/isUseGateway";
@@ -53,6 +56,7 @@ private slots:
     void stopCancelsHeldCall();
     void interruptedWorkerAnswersNothing();
     void facadeRoundTrip();
+    void noInterfaceGivesEmptyTexts();
 };
 
 void TestDiscovery::initTestCase()
@@ -469,6 +473,39 @@ void TestDiscovery::facadeRoundTrip()
     const bool found = identitySpy.at(0).at(2).toBool();
     QCOMPARE(identitySpy.at(0).at(0).toString().isEmpty(), !found);
     facade.stop();
+}
+
+// Without any interface but loopback (a network namespace of its own, where this test runs itself
+// again) no address reaches the server: the texts are empty, not null.
+void TestDiscovery::noInterfaceGivesEmptyTexts()
+{
+    if (qEnvironmentVariableIsEmpty("VDI_TEST_IN_EMPTY_NETNS")) {
+        QProcess child;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("VDI_TEST_IN_EMPTY_NETNS"), QStringLiteral("1"));
+        child.setProcessEnvironment(env);
+        child.setProcessChannelMode(QProcess::ForwardedChannels);
+        QProcess probe;
+        probe.start(QStringLiteral("unshare"), {QStringLiteral("-n"), QStringLiteral("true")});
+        if (!probe.waitForFinished(5000) || probe.exitStatus() != QProcess::NormalExit || probe.exitCode() != 0)
+            QSKIP("no network namespace of our own here (unshare -n)");
+        child.start(QStringLiteral("unshare"), {QStringLiteral("-n"), QCoreApplication::applicationFilePath(),
+                                                QStringLiteral("noInterfaceGivesEmptyTexts")});
+        QVERIFY(child.waitForFinished(30000));
+        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(child.exitCode(), 0);
+        return;
+    }
+    QVERIFY(Utility().getLocalNetworkIPV4Infos().isEmpty());
+    VdiDesktopGrpcWorker worker;
+    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::deviceNetworkInfo);
+    worker.initDeviceInfo(QStringLiteral("127.0.0.1"), 1);
+    QCOMPARE(spy.count(), 1);
+    for (int i : {0, 1}) {
+        const QString text = spy.at(0).at(i).toString();
+        QVERIFY(text.isEmpty() && !text.isNull());
+    }
+    QCOMPARE(spy.at(0).at(2).toBool(), false);
 }
 
 VDI_TEST_MAIN(TestDiscovery)

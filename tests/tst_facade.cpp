@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <functional>
 
+#include <QDeadlineTimer>
+#include <QSemaphore>
+
 namespace {
 // How a merge of the cached identity treats one member of the record it is given.
 enum class Merge { Always, IfNotEmpty, IfNotMinusOne, Never };
@@ -142,6 +145,7 @@ private slots:
     void stopCutsEveryConnection();
     void destructorWithoutStop();
     void destructorLetsQueuedRequestsGo();
+    void destructorDropsRequestsNotStarted();
 };
 
 void TestFacade::signalArgumentsAreRegistered()
@@ -346,6 +350,33 @@ void TestFacade::destructorLetsQueuedRequestsGo()
     QVERIFY(server->waitForFinished(heartbeat, 1, 5000));
     QCOMPARE(server->calls(heartbeat).front().cancelled, false);
     QCOMPARE(log.count(QStringLiteral("isInterruptionRequested")), 3);
+}
+
+// With no call in flight, a request made just before the facade is destroyed is dropped too:
+// the worker's thread, held by a task that is no call until the destructor asks it to end, never
+// starts the request. No call, no answer.
+void TestFacade::destructorDropsRequestsNotStarted()
+{
+    const std::string heartbeat = "/client.ClientCore/Heartbeat";
+    vditest::TestServer server;
+    int answers = 0;
+    {
+        VdiDesktopGrpcThread facade;
+        server.connect(facade);
+        QObject::connect(&facade, &VdiDesktopGrpcThread::recvHeartbeatResultVDT, [&answers] { ++answers; });
+        QSemaphore held;
+        QMetaObject::invokeMethod(VdiThreadProbe(facade).worker(), [&held] {
+            held.release();
+            QDeadlineTimer limit(5000);
+            while (!QThread::currentThread()->isInterruptionRequested() && !limit.hasExpired())
+                QThread::msleep(1);
+        });
+        QVERIFY(held.tryAcquire(1, 5000));
+        facade.sendHeart(QStringLiteral("10.0.0.1"), QStringLiteral("uuid"), 7);
+    }
+    QCoreApplication::processEvents();
+    QCOMPARE(server->callCount(heartbeat), 0);
+    QCOMPARE(answers, 0);
 }
 
 VDI_TEST_MAIN(TestFacade)

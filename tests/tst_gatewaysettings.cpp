@@ -290,7 +290,8 @@ private slots:
     // The file holds the gateway password in the clear.
     void newFileAndFolderAreOwnerOnlyFromCreation();
     void readableFileOfOlderVersionIsTightenedBeforeWrite();
-    void saveWithoutDocumentsLeavesNothingReadable();
+    void saveWithoutDocumentsMakesOwnerOnlyFolders();
+    void saveWithoutHomeKeepsNothing();
     void unwritableFileKeepsSessionValues();
 };
 
@@ -436,17 +437,46 @@ void TestGatewaySettings::readableFileOfOlderVersionIsTightenedBeforeWrite()
     QCOMPARE(password, kSecret);
 }
 
-void TestGatewaySettings::saveWithoutDocumentsLeavesNothingReadable()
+// A terminal image without a Documents folder: the save makes it and "gateway" owner-only and
+// keeps the file, owner-only from its first byte.
+void TestGatewaySettings::saveWithoutDocumentsMakesOwnerOnlyFolders()
 {
-    // The one-level mkdir cannot make "gateway" here; whatever does appear must be owner-only.
-    const QString folder = vditest::homePath() + QStringLiteral("/Documents/gateway");
+    const QString documents = vditest::homePath() + QStringLiteral("/Documents");
+    QVERIFY(!QFileInfo::exists(documents));
     VdiDesktopGrpcWorker worker;
-    const SaveSeen seen = saveWatched(worker, folder);
+    vditest::LogCapture log;
+    const SaveSeen seen = saveWatched(worker, documents);
 
+    QStringList created;
+    for (const Sighting& s : seen.created)
+        created << QString::fromStdString(s.path).mid(documents.size());
+    QCOMPARE(created.mid(0, 2), QStringList({QString(), QStringLiteral("/gateway")}));
     QVERIFY2(widerThanOwner(seen.created).isEmpty(), qPrintable(widerThanOwner(seen.created)));
+    QVERIFY2(anyCarriesSecret(seen.written), "no write of the password was seen");
     QVERIFY2(widerThanOwner(seen.written).isEmpty(), qPrintable(widerThanOwner(seen.written)));
-    const QString path = folder + QStringLiteral("/gatewaySettings.ini");
-    QVERIFY(!QFileInfo::exists(path) || fileMode(path) == QStringLiteral("600"));
+    QCOMPARE(fileMode(documents), QStringLiteral("700"));
+    QCOMPARE(fileMode(documents + QStringLiteral("/gateway")), QStringLiteral("700"));
+    QCOMPARE(fileMode(worker.getGatewaySettingsFilePath()), QStringLiteral("600"));
+    QVERIFY(!log.contains(QStringLiteral("cannot write the gateway settings file")));
+
+    QString user, password;
+    VdiDesktopGrpcWorker().getGatewayAuthInfo(user, password);
+    QCOMPARE(password, kSecret);
+}
+
+// Where the home itself is missing nothing is made below it, and the save says so.
+void TestGatewaySettings::saveWithoutHomeKeepsNothing()
+{
+    const QByteArray home = qgetenv("HOME");
+    const QString missing = vditest::homePath() + QStringLiteral("/no-such-home");
+    qputenv("HOME", QFile::encodeName(missing));
+    VdiDesktopGrpcWorker worker;
+    VdiWorkerProbe(worker).setGatewayCredentials("tok", QStringLiteral("user1"), kSecret);
+    vditest::LogCapture log;
+    worker.saveGatewayInfo();
+    qputenv("HOME", home);
+    QVERIFY(!QFileInfo::exists(missing));
+    QVERIFY(log.contains(QStringLiteral("cannot write the gateway settings file"), QtCriticalMsg));
 }
 
 // A settings file that cannot be written is said, naming it, and the session keeps its token

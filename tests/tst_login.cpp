@@ -239,8 +239,11 @@ void TestLogin::slowServerText()
     QCOMPARE(refresh.at(0).at(0).value<tagLoginReply>().error.errorMsgZh, QStringLiteral("服务器忙"));
 }
 
+// The first start on a terminal whose home has no Documents folder: the credentials are asked
+// for once, and kept for the next start.
 void TestLogin::gatewayFirstStartAsksForCredentials()
 {
+    QVERIFY(QDir(vditest::homePath() + QStringLiteral("/Documents")).removeRecursively());
     vditest::TestServer server;
     setAuthStatus(server, 1);
     setGatewayToken(server, "token-1");
@@ -280,6 +283,18 @@ void TestLogin::gatewayFirstStartAsksForCredentials()
     // Every later call carries the token.
     worker.onQueryControllerType(QString());
     QCOMPARE(server->calls(kWhoAreYou).at(0).metadataValue("gatewayaccesstoken"), std::string("token-1"));
+
+    // The next start logs in with the saved token and asks nothing.
+    setAuthStatus(server, 0);
+    VdiDesktopGrpcWorker next;
+    connectGateway(next, server);
+    QSignalSpy askedAgain(&next, &VdiDesktopGrpcWorker::inputGatewayAuthInfo);
+    QSignalSpy nextResult(&next, &VdiDesktopGrpcWorker::loginResult);
+    next.login(tagLoginRequest());
+    QCOMPARE(askedAgain.count(), 0);
+    QCOMPARE(nextResult.count(), 1);
+    QCOMPARE(nextResult.at(0).at(1).toBool(), true);
+    QCOMPARE(server->calls(kLogin).at(1).metadataValue("gatewayaccesstoken"), std::string("token-1"));
 }
 
 void TestLogin::gatewaySavedCredentials()
