@@ -1,117 +1,16 @@
 #pragma once
 
-// A believable little deployment on top of a FakeServer: a controller with a few users and
-// their desktop pools and, in gateway mode, an access gateway on the same port that hands
-// out access tokens and lets no one past it without one.
+// A simulated deployment on top of a FakeServer: a controller with users, pools and desktops,
+// applications and share terminals, and in gateway mode an access gateway on the same port that
+// lets no one past it without a token it issued. It answers from the state it keeps, so a call
+// sees what the calls before it changed; the methods it does not answer keep their scripts
+// (apply the scenario to the server, then install() the deployment on top).
 //
-// What it holds is described by a vdifake::config::Deployment (deployment.proto), the
-// "deployment { ... }" block of a scenario file (tools/simulator/scenarios/README.md). The
-// default constructor plays the built-in scenario's deployment (default.scenario); what is
-// said below of users, pools, applications and terminals is that deployment. A description
-// replaces its lists (users, pools, applications, terminals, faults) and keeps the built-in
-// values of what it leaves out among the rest (the login answer, login codes, gateway domain
-// and tokens).
-//
-//   vdifake::FakeServer server;
-//   applyScenario(server, defaultScenario(mode), &error);  // standing answers
-//   vdifake::SimulatedDeployment deployment;                // outlives the server's use of it
-//   deployment.addUser("alice", "secret");
-//   deployment.install(server, mode);                       // dynamic answers on top
-//
-// What it answers:
-// - /client.ClientCore/Login. client_base_info.auth_type "0" (user and password; also when
-//   empty) checks name and password against the controller users, "3" (LDAP) against the
-//   LDAP users, "2" (SMS) checks them against the controller users and wants a non-empty
-//   sms_code, "1" (device login) accepts any non-empty device_id and uses it as the user
-//   name. Wrong credentials: status OK and error { error_code: 1 error_msg_zh: "用户名或密码错误"
-//   error_msg_en: "wrong user name or password" }. Success: the user's identity and pools
-//   (two pool_list pools, one ex_pool_list pool, one to three desktops each). A user's
-//   desktops are made at the first login, always the same ones for the same user, and live
-//   on with what was done to them since: a later login or a refresh (refresh_flag "1") shows
-//   their present names, states and snapshots.
-// - Passwords and login codes. CheckPassword checks client_base_info.name and .password
-//   against the controller users, CheckAndSaveLdapPassword against the LDAP users (the
-//   domain is not looked at); wrong credentials get the login's error 1. ModifyPassword
-//   checks the name and the old password (.password) against the controller users and sets
-//   password_new, which later logins and checks want; an empty password_new is
-//   error { error_code: NewPasswordMissing, zh and en text }. getCode answers a QR login
-//   code: codeSource and codeType as asked, a fresh ticket "qr-ticket-<n>" and a qrcodeUrl
-//   that carries it.
-// - The desktops. A call names one by client_base_info.vmUuid (content.vmUuid in Snapshot
-//   and ReportSuccess; target_vm in USBNotify, vm_uuid in reportRedirectStatus; VmReq in
-//   queryVmDetailInfo), else by its vm_id; a desktop no login has listed is answered
-//   error { error_code: NoSuchDesktop, zh and en text }. Each desktop has a state (running,
-//   shutdown or suspended), a host (host ip, spice port), a name and snapshots.
-//   /client.ClientCore/OperateForVm: op_type as in DesktopOperation; answers the desktop's
-//   VmInfo, its host ip and, while it runs, its spice port. RecoverVm puts a desktop back to
-//   its template: running, no snapshots, progress 100. Snapshot: op_type as in
-//   SnapshotOperation; every success answers the snapshot_list as it then stands; a pool
-//   without snapshots (extend_op.snapshot 0) lists them but refuses the others.
-//   ModifyVmName renames the desktop (1 to 64 bytes). ApplyForVm hands out a desktop of the
-//   caller's pool (id, else pool_name): the one the identity names, else the first free one;
-//   it starts it and answers the VmInfo, host_ip, host_ips, the account (name, password,
-//   spice_password, user_group). The caller is client_base_info.name (device_id when empty)
-//   and must have logged in. ApplyForDeviceInfo lists the desktop's network devices,
-//   queryVmDetailInfo its memory (MB) and CPU figures. ReportSuccess marks the desktop in use
-//   (vm_is_used "1"); it and USBNotify want a running desktop. reportRedirectStatus answers OK
-//   for a known desktop. RegisterDevice answers a register_id, the same one for the same
-//   device (device_id, else mac).
-// - setApplyOverruns(n): the next n ApplyForVm calls end DEADLINE_EXCEEDED at once, as when
-//   the controller takes too long to prepare a desktop.
-// - The remote applications. GetRemoteAppList answers the catalogue: three applications
-//   published from terminal servers (displayName, iconUrl, type). getConnectAppInfo answers
-//   for one of them by displayName: its appId, an rdp:// fullAddress on its 10.10.3.x host,
-//   iconUrl, displayName, alias and a control_policy (share and USB policies, a watermark
-//   whose user_define text names the request's userName, its font size and colour, and
-//   reconnection_network_time); an unknown displayName is error { error_code: NoSuchRemoteApp,
-//   zh and en text }.
-// - The SaaS applications. querySaasAppList answers four applications (appName, iconUrl,
-//   appAddress, description, ssoProtocol). querySaasApp answers, by saasAppInfo.appName,
-//   whether the caller (clientBaseInfo.name, device_id when empty) may open it: "Mail" and
-//   "Wiki" are open to every user, "Code review" to demo-user alone and "Payroll" to
-//   payroll-admin alone (a user the deployment does not have unless one is added); a refusal
-//   is error { error_code: SaasAppRefused, zh and en text }, an unknown name NoSuchSaasApp.
-// - The share terminals. queryShareTerminalInfo answers two terminals, "share-term-01" and
-//   "share-term-02", with their terminal_share_name. transferDesktopToShareTerminal hands a
-//   desktop (vm_uuid, one a login has listed) to a share terminal (dst_device_id);
-//   LoginOakdeskOnShareTerminal logs a controller user (userName and password) in on one
-//   (device_id). Both answer common.ErrorData: code 0 when done, NoSuchShareTerminal for an
-//   unknown terminal; then NoSuchDesktop for a transfer of an unknown desktop, the login's
-//   error 1 for a login with wrong credentials. Every such call is recorded, refused ones too
-//   (shareTerminalTransfers(), shareTerminalLogins()): the devices, the desktop, the size of
-//   vdp_file_data and the user name, never the password nor the file's content.
-// - One-key help. onekeyHelp answers every report with a fresh taskId (7001 and up) and
-//   records it (helpReports()). onekeyHelpUseGateway takes an upload: a meta message first
-//   (taskId, fileName, fileType), then the zip in Content chunks; it puts the zip together,
-//   lists its entries and records the upload (helpUploads()); code 0 when the zip could be
-//   read, else HelpUploadWithoutMeta or HelpUploadNotZip in code and error. A client sends
-//   these three calls without any metadata, so the gateway lets them through without a token.
-// - Gateway mode only:
-//   /gateway.GatewayCore/CheckAuthStatus answers auth_status 0 when the call's
-//   "gatewayaccesstoken" metadata is a token this deployment issued, else 1.
-//   /gateway.GatewayCore/LoginGateway checks the gateway users (client_base_info.name and
-//   .password): a fresh "gw-token-<n>" with its due date, or an empty token and
-//   error { error_code: 2 error_msg_zh: "网关用户名或密码错误" }.
-//   Every /client.ClientCore/ method but the discovery ones (WhoAreYou, QueryNodes,
-//   queryAgentUseControllerIp, queryDeviceConfigInfo) and Heartbeat must carry an issued
-//   token; without one the call ends UNAUTHENTICATED "the gateway wants a token". With one,
-//   Login, the desktop, password, application and share terminal calls are answered as above
-//   and the other methods by their scripts.
-// Methods not listed keep their scripts: the default scenario (scenario.cpp) has standing
-// answers for the login options, the upgrade offer, the branding, the file-sharing server,
-// the administrator's mail server, the terminal's authority password and the quantum binding.
-//
-// Threading and lifetime: the responders run on the server's threads, one at a time (the
-// server calls them under its state lock), and they are the only code that touches the
-// deployment's state once it is installed (the controller users, whose passwords
-// ModifyPassword changes, the issued tokens, the desktops, the registered devices), so that
-// state needs no lock of its own. Configure the users and the share terminal observers
-// before install(), not afterwards, and read users() before install() or once the server is
-// gone; setApplyOverruns() may be called at any time. The share terminal records are the
-// exception: the responders add to them and any thread may read them while the server runs,
-// so they have a small lock of their own, held only to add one record or to copy the list.
-// The object must outlive the server's use of it: keep it alive until the FakeServer is
-// destroyed, or until its responders are cleared.
+// What it holds is a config::Deployment (deployment.proto), the "deployment" block of a scenario
+// file: tools/simulator/scenarios/README.md says what a deployment answers. The answers
+// (deployment_*.cpp) run on the server's threads, one at a time under its lock, and alone touch
+// the state once it is installed; the records have a lock of their own. Configure it before
+// install(), and keep it alive until the FakeServer is destroyed or its responders are cleared.
 
 #include <QString>
 #include <QStringList>
@@ -326,8 +225,46 @@ private:
     };
 
     using Answer = bool (SimulatedDeployment::*)(const RecordedCall& call, Script* answer);
+    // Method path -> what answers it (none: the responder is cleared).
+    using Responders = std::map<std::string, std::function<bool(const RecordedCall& call, Script* answer)>>;
 
+    // The gateway's token check (deployment.cpp). For a guarded method: an UNAUTHENTICATED
+    // answer when the call has no issued token.
+    bool refuseWithoutToken(const RecordedCall& call, Script* answer) const;
+    bool hasIssuedToken(const RecordedCall& call) const;
+
+    // The faults (deployment_faults.cpp): each faulted method's answer wrapped in its faults.
+    void wrapWithFaults(Responders* responders);
+    // The faults of a method around its answer (`inner`, else the standing script).
+    bool answerWithFaults(const RecordedCall& call, Script* answer,
+                          const std::function<bool(const RecordedCall&, Script*)>& inner,
+                          const std::vector<size_t>& faults);
+
+    // The logins, to the controller and to the gateway (deployment_login.cpp).
     bool answerLogin(const RecordedCall& call, Script* answer);
+    bool answerCheckAuthStatus(const RecordedCall& call, Script* answer);
+    bool answerLoginGateway(const RecordedCall& call, Script* answer);
+
+    // Passwords and login codes (deployment_account.cpp).
+    bool answerCheckPassword(const RecordedCall& call, Script* answer);
+    bool answerCheckLdapPassword(const RecordedCall& call, Script* answer);
+    bool answerModifyPassword(const RecordedCall& call, Script* answer);
+    bool answerGetCode(const RecordedCall& call, Script* answer);
+
+    // The desktops (deployment_desktops.cpp). Makes the user's desktops at the first login;
+    // later logins find them as they are.
+    void provideDesktops(const std::string& user);
+    // By uuid when it is given, else by id; null when no login has listed it.
+    Desktop* findDesktop(int64_t id, const std::string& uuid);
+    // The user's pools and their desktops as they now stand.
+    void fillPools(const std::string& user, client::LoginResp* reply) const;
+    void fillVm(const Desktop& desktop, client::Vm* vm) const;
+    void fillVmInfo(const Desktop& desktop, client::VmInfo* vm) const;
+    size_t poolCount() const;
+    const config::Pool& poolOf(const Desktop& desktop) const;
+
+    // The operations on them, their assignment and the reports on them
+    // (deployment_operations.cpp).
     bool answerOperateForVm(const RecordedCall& call, Script* answer);
     bool answerRecoverVm(const RecordedCall& call, Script* answer);
     bool answerSnapshot(const RecordedCall& call, Script* answer);
@@ -339,10 +276,8 @@ private:
     bool answerReportSuccess(const RecordedCall& call, Script* answer);
     bool answerUsbNotify(const RecordedCall& call, Script* answer);
     bool answerRedirectStatus(const RecordedCall& call, Script* answer);
-    bool answerCheckPassword(const RecordedCall& call, Script* answer);
-    bool answerCheckLdapPassword(const RecordedCall& call, Script* answer);
-    bool answerModifyPassword(const RecordedCall& call, Script* answer);
-    bool answerGetCode(const RecordedCall& call, Script* answer);
+
+    // The remote and SaaS applications and the share terminals (deployment_applications.cpp).
     bool answerRemoteAppList(const RecordedCall& call, Script* answer);
     bool answerConnectAppInfo(const RecordedCall& call, Script* answer);
     bool answerSaasAppList(const RecordedCall& call, Script* answer);
@@ -350,28 +285,10 @@ private:
     bool answerShareTerminalInfo(const RecordedCall& call, Script* answer);
     bool answerShareTerminalTransfer(const RecordedCall& call, Script* answer);
     bool answerShareTerminalLogin(const RecordedCall& call, Script* answer);
+
+    // One-key help (deployment_help.cpp).
     bool answerHelpReport(const RecordedCall& call, Script* answer);
     bool answerHelpUpload(const RecordedCall& call, Script* answer);
-    bool answerCheckAuthStatus(const RecordedCall& call, Script* answer);
-    bool answerLoginGateway(const RecordedCall& call, Script* answer);
-    // For a guarded method: an UNAUTHENTICATED answer when the call has no issued token.
-    bool refuseWithoutToken(const RecordedCall& call, Script* answer) const;
-    bool hasIssuedToken(const RecordedCall& call) const;
-    // The faults of a method around its answer (`inner`, else the standing script).
-    bool answerWithFaults(const RecordedCall& call, Script* answer,
-                          const std::function<bool(const RecordedCall&, Script*)>& inner,
-                          const std::vector<size_t>& faults);
-
-    // Makes the user's desktops at the first login; later logins find them as they are.
-    void provideDesktops(const std::string& user);
-    // By uuid when it is given, else by id; null when no login has listed it.
-    Desktop* findDesktop(int64_t id, const std::string& uuid);
-    // The user's pools and their desktops as they now stand.
-    void fillPools(const std::string& user, client::LoginResp* reply) const;
-    void fillVm(const Desktop& desktop, client::Vm* vm) const;
-    void fillVmInfo(const Desktop& desktop, client::VmInfo* vm) const;
-    size_t poolCount() const;
-    const config::Pool& poolOf(const Desktop& desktop) const;
 
     std::unique_ptr<config::Deployment> m_config;       // the description played
     std::map<std::string, std::string> m_users;         // name -> password; ModifyPassword changes it
