@@ -68,7 +68,6 @@ struct SharedState {
     std::map<std::string, Script> standing;
     std::map<std::string, std::deque<Script>> queued;
     std::map<std::string, FakeServer::Responder> responders;
-    Script defaultScript;
     std::vector<std::shared_ptr<RecordedCall>> calls;
 
     struct Held {
@@ -97,13 +96,11 @@ struct SharedState {
                 queued.erase(q);
             return s;
         }
-        Script fallback;
+        Script fallback;  // a known method without a script: OK with an empty reply
         auto st = standing.find(method);
         if (st != standing.end()) {
             fallback = st->second;
-        } else if (info.known) {
-            fallback = defaultScript;
-        } else {
+        } else if (!info.known) {
             fallback.code = grpc::StatusCode::UNIMPLEMENTED;
             fallback.message = "the fake server does not know " + method;
         }
@@ -118,12 +115,12 @@ struct SharedState {
         return fallback;
     }
 
-    // The script a setter starts from: the standing one, else the default one.
+    // The script a setter starts from: the standing one, else OK with an empty reply.
     Script& standingLocked(const std::string& method)
     {
         auto it = standing.find(method);
         if (it == standing.end())
-            it = standing.emplace(method, defaultScript).first;
+            it = standing.emplace(method, Script()).first;
         return it->second;
     }
 
@@ -605,12 +602,6 @@ void FakeServer::clearResponder(const std::string& method)
 {
     std::lock_guard<std::mutex> lock(d->state->mutex);
     d->state->responders.erase(method);
-}
-
-void FakeServer::setDefaultScript(const Script& s)
-{
-    std::lock_guard<std::mutex> lock(d->state->mutex);
-    d->state->defaultScript = s;
 }
 
 std::vector<RecordedCall> FakeServer::calls(const std::string& method) const

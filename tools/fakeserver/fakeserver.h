@@ -116,7 +116,8 @@ public:
     // script, so a responder may change just the reply and keep the method's delay.
     //
     // The answer for a call is taken in this order: a queued one-shot script, then the
-    // responder, then the standing script, then the default one.
+    // responder, then the standing script, then the default one: OK with an empty reply for
+    // a method the generated descriptor pool knows, UNIMPLEMENTED for any other path.
     //
     // A responder runs on a server thread while the server's state lock is held, so
     // responders never run concurrently with each other. It must be quick and must not
@@ -126,10 +127,6 @@ public:
     using Responder = std::function<bool(const RecordedCall& call, Script* answer)>;
     void setResponder(const std::string& method, Responder responder);
     void clearResponder(const std::string& method);
-    // The answer for known methods without a script (initially OK with an empty reply).
-    // Paths the generated descriptor pool does not know and that have no script are
-    // answered UNIMPLEMENTED.
-    void setDefaultScript(const Script& s);
 
     // Recorded calls, all or those of one method, in order of recording. A unary or
     // client-streaming call is recorded once the server has read all its requests (the

@@ -474,22 +474,4 @@ bool loadScenarioFile(const QString& path, ScenarioFile* out, QString* error)
     return parseScenarioFile(QString::fromUtf8(file.readAll()), path, out, error);
 }
 
-bool parseScenarioText(const QString& text, const QString& sourceName, Scenario* scenario, QString* error)
-{
-    ScenarioFile file;
-    if (!parseScenarioFile(text, sourceName, &file, error))
-        return false;
-    mergeScenario(scenario, file.methods);
-    return true;
-}
-
-bool loadScenarioFile(const QString& path, Scenario* scenario, QString* error)
-{
-    ScenarioFile file;
-    if (!loadScenarioFile(path, &file, error))
-        return false;
-    mergeScenario(scenario, file.methods);
-    return true;
-}
-
 } // namespace vdifake

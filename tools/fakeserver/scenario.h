@@ -77,7 +77,8 @@ const char* builtInScenarioText();
 // The built-in scenario, read once: its methods and the default deployment.
 const ScenarioFile& builtInScenario();
 
-// Reads a scenario file (format below). An error names the file and the line.
+// Reads a scenario file (its format: tools/simulator/scenarios/README.md). An error names the
+// file and the line.
 bool parseScenarioFile(const QString& text, const QString& sourceName, ScenarioFile* out, QString* error);
 bool loadScenarioFile(const QString& path, ScenarioFile* out, QString* error);
 
@@ -88,38 +89,6 @@ void mergeScenario(Scenario* base, const Scenario& overrides);
 // unknown method or a reply text that does not parse as the method's reply type is an
 // error naming the method; then nothing is applied.
 bool applyScenario(FakeServer& server, const Scenario& scenario, QString* error);
-
-// Scenario files: blocks separated by blank lines (tools/simulator/scenarios/README.md has
-// the whole format, the deployment block included).
-//
-//   # Lines starting with '#' outside a block are comments.
-//   method /client.ClientCore/Login
-//   delay 200
-//   domain: "vdi.example"
-//   pool_list { id: 7 name: "Office" }
-//
-//   method /gateway.GatewayCore/LoginGateway
-//   status UNAVAILABLE the gateway is down
-//
-// A block starts with "method <path>" and ends at a blank line or the end of the file.
-// Within it, "status <CODE> [message...]" (a grpc status name such as UNAVAILABLE, or
-// its number) and "delay <milliseconds>" set the status and the delay; every other line
-// belongs to the reply, in protobuf text format ('#' comments allowed). A directive never
-// has ':', '{' or '<' after its keyword, which tells it from a reply field of the same
-// name. "mode controller" or "mode gateway" plays a block in that mode only.
-//
-//   deployment {
-//     user { name: "alice" password: "secret" }
-//     pool { id: 7 name: "Office" }
-//   }
-//
-// A line "deployment {" opens the description of the deployment (vdifake.config.Deployment
-// in deployment.proto, in text format); a line "}" at the start of a line closes it.
-//
-// These two read the method blocks without a mode line into `scenario` (replacing entries of
-// the same method) and check, but leave out, the rest.
-bool parseScenarioText(const QString& text, const QString& sourceName, Scenario* scenario, QString* error);
-bool loadScenarioFile(const QString& path, Scenario* scenario, QString* error);
 
 // "UNAVAILABLE" or "14" -> the code; false when it names none.
 bool statusCodeFromString(const QString& text, grpc::StatusCode* code);
