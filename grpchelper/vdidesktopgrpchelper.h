@@ -13,8 +13,9 @@
 #include "vdigrpcrecords_account.h"
 #include "vdigrpcrecords_applications.h"
 #include "vdigrpcrecords_help.h"
-#include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
+#include "vdigrpcrecords_heartbeat.h"
+#include "vdigrpcrecords_login.h"
 #include "vdigrpcrecords_operations.h"
 
 #include "client/client_core.pb.h"
@@ -54,14 +55,18 @@ public:
     static void fromQueryVmControllerIpResq(const common_message::AgentUseControllerIpResp& message,
                                             tagVmControllerIpResp& reply);
 
-    // Login and desktops.
-    static void toLoginReq(const tagLoginRequest& request, client::LoginReq& message);
-    static void fromLoginResp(const client::LoginResp& message, tagLoginReply& reply);
+    // Desktops and pools, as the login, the operations and the applications carry them.
     static void grpc2PoolInfo(const client::PoolInfo& message, tagPoolInfo& pool);
     static void grpc2VMInfo(const client::VmInfo& message, tagVMInfo& vm);
     static void grpc2VMOperator(const client::ExtendOp& message, tagVMOperator& vmOperator);
     static void grpc2VMAddress(const client::VmAddress& message, tagVMAddress& address);
     static void grpc2SnapshotInfo(const client::SnapshotInfo& message, tagSnapshotInfo& snapshot);
+
+    // Login.
+    static void toLoginReq(const tagLoginRequest& request, client::LoginReq& message);
+    static void fromLoginResp(const client::LoginResp& message, tagLoginReply& reply);
+
+    // Operations on desktops and devices, their assignment and the device reports.
     static void fromApplyForVMResp(const client::ApplyForVmResp& message, tagApplyForVMReply& reply);
     static void fromOperateForVMResq(const client::OperateForVmResp& message, tagOperateForVMReply& reply);
     static void fromRecoverVMResq(const client::RecoverVmResp& message, tagRecoverVMReply& reply);
@@ -69,8 +74,6 @@ public:
     static void fromApplyForDeviceInfoResq(const client::ApplyForDeviceInfoResp& message, tagApplyForDeviceInfoReply& reply);
     static void fromDeskTopPoolResq(const client::DeskTopPoolResp& message, tagDeskTopPoolReply& reply);
     static void fromVmInfoResp(const client::VmDetailInfoResp& message, tagQueryVmInfoResp& reply);
-
-    // Operations on desktops and devices.
     static void toOperateForVMReq(const tagOperateForVMRequest& request, client::OperateForVmReq& message);
     static void toSnapshotReq(const tagSnapshotRequest& request, client::SnapshotReq& message);
     static void toModifyVMNameReq(const tagModifyVMNameRequest& request, client::ModifyVmNameReq& message);

@@ -1,19 +1,7 @@
-// Conversions of heartbeat and server discovery.
+// Conversions of server discovery.
 #include "vdidesktopgrpchelper.h"
 
 using H = VdiDesktopGrpcHelper;
-
-void VdiDesktopGrpcHelper::toHeartBeatReq(const tagHeartbeatRequest& request, client::HeartbeatReq& message)
-{
-    message.set_vm_ip(toStdString(request.vmIp));
-    baseInfo2Grpc(request.baseInfo, *message.mutable_client_base_info());
-    extendInfo2Grpc(request.extendInfo, *message.mutable_client_extend_info());
-}
-
-void VdiDesktopGrpcHelper::fromHeartbeatResq(const client::HeartbeatResp& message, tagHeartbeatReply& reply)
-{
-    grpc2ErrorData(message.error(), reply.error);
-}
 
 void VdiDesktopGrpcHelper::toDeviceConfigInfoReq(const tagDeviceConfigInfoReq& request,
                                                  client::DeviceConfigInfoReq& message)

@@ -1,7 +1,10 @@
 // Conversions of the operations on desktops and devices.
 #include "vdidesktopgrpchelper.h"
 
+#include "vdiconversions.h"
 #include "vdilog.h"
+
+using H = VdiDesktopGrpcHelper;
 
 void VdiDesktopGrpcHelper::toOperateForVMReq(const tagOperateForVMRequest& request, client::OperateForVmReq& message)
 {
@@ -131,4 +134,69 @@ void VdiDesktopGrpcHelper::toRedirectStatusReq(const tagRedirectStatusReust& req
 void VdiDesktopGrpcHelper::fromVoidResp(const common_message::VoidResp& message, tagVoidReply& reply)
 {
     grpc2ErrorData(message.error(), reply.error);
+}
+
+void VdiDesktopGrpcHelper::fromApplyForVMResp(const client::ApplyForVmResp& message, tagApplyForVMReply& reply)
+{
+    grpc2VMInfo(message.vm(), reply.vmInfo);
+    reply.name = fromStdString(message.name());
+    reply.password = fromStdString(message.password());
+    reply.hostIp = fromStdString(message.host_ip());
+    vdiconvert::appendTexts(message.host_ips(), reply.hostIps);
+    reply.spicePassword = fromStdString(message.spice_password());
+    reply.userGroup = fromStdString(message.user_group());
+    reply.userNameOrDeviceName = fromStdString(message.usernameordevicename());
+    vdiconvert::appendTexts(message.grouplist(), reply.grouplist);
+    grpc2ErrorData(message.error(), reply.error);
+}
+
+void VdiDesktopGrpcHelper::fromOperateForVMResq(const client::OperateForVmResp& message, tagOperateForVMReply& reply)
+{
+    grpc2VMInfo(message.vm(), reply.vmInfo);
+    reply.spicePort = fromStdString(message.spice_port());
+    reply.hostIp = fromStdString(message.hostip());
+    grpc2ErrorData(message.error(), reply.error);
+    reply.gatewayToken = fromStdString(message.gatewaytoken());
+    reply.tlsPort = fromStdString(message.tlsport());
+}
+
+void VdiDesktopGrpcHelper::fromRecoverVMResq(const client::RecoverVmResp& message, tagRecoverVMReply& reply)
+{
+    reply.vmId = message.vm_id();
+    reply.progress = message.progress();
+    grpc2ErrorData(message.error(), reply.error);
+    reply.vmUuid = fromStdString(message.vmuuid());
+}
+
+void VdiDesktopGrpcHelper::fromSnapshotResq(const client::SnapshotResp& message, tagSnapshotReply& reply)
+{
+    fromRepeated(message.snapshot_list(), reply.snapshotList, &H::grpc2SnapshotInfo);
+    grpc2ErrorData(message.error(), reply.error);
+}
+
+void VdiDesktopGrpcHelper::fromApplyForDeviceInfoResq(const client::ApplyForDeviceInfoResp& message,
+                                                      tagApplyForDeviceInfoReply& reply)
+{
+    fromRepeated(message.device_list(), reply.deviceList, [](const client::Device& item, tagDevice& device) {
+        device.deviceId = H::fromStdString(item.device_id());
+        grpc2VMAddress(item.vm_address(), device.address);
+    });
+    grpc2ErrorData(message.error(), reply.error);
+}
+
+void VdiDesktopGrpcHelper::fromDeskTopPoolResq(const client::DeskTopPoolResp& message, tagDeskTopPoolReply& reply)
+{
+    grpc2PoolInfo(message.pool(), reply.pool);
+    grpc2ErrorData(message.error(), reply.error);
+}
+
+void VdiDesktopGrpcHelper::fromVmInfoResp(const client::VmDetailInfoResp& message, tagQueryVmInfoResp& reply)
+{
+    reply.memSize = static_cast<int>(message.memsize());
+    reply.memRate = fromStdString(message.memrate());
+    reply.cpuSize = static_cast<int>(message.cpusize());
+    reply.cpuRate = fromStdString(message.cpurate());
+    grpc2ErrorData(message.error(), reply.error);
+    VDI_DEBUG << " reply:" << reply.cpuRate << "   , " << reply.memRate << "  , " << reply.cpuSize << "   , "
+              << reply.memSize;
 }

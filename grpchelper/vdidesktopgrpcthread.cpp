@@ -1,6 +1,7 @@
 // The facade's frame: construction, cached identity, connection set-up and shutdown.
 #include "vdidesktopgrpcthread.h"
 
+#include "vdidesktopgrpcthread_wiring.h"
 #include "vdidesktopgrpcworker.h"
 #include "vdilog.h"
 
@@ -24,120 +25,15 @@ VdiDesktopGrpcThread::VdiDesktopGrpcThread(QObject* parent)
     m_worker->moveToThread(&m_thread);
     connect(&m_thread, &QThread::finished, m_worker, &QObject::deleteLater);
 
-    using T = VdiDesktopGrpcThread;
-    using W = VdiDesktopGrpcWorker;
-    connect(this, &T::myInitConnection, m_worker, &W::initConnection);
-
-    // Server discovery.
-    connect(this, &T::myInitDeviceInfo, m_worker, &W::initDeviceInfo);
-    connect(this, &T::myQueryDeviceConfigInfo, m_worker, &W::queryDeviceConfigInfo);
-    connect(this, &T::myQueryServerTypeInfo, m_worker, &W::queryServerTypeInfo);
-    connect(this, &T::myQueryGatewayInfo, m_worker, &W::queryGatewayInfo);
-    connect(this, &T::signalQueryServerIpForVm, m_worker, &W::slotQueryServerIpForVm);
-    connect(this, &T::signalQueryControllerType, m_worker, &W::onQueryControllerType);
-    connect(this, &T::signalQueryControllerList, m_worker, &W::onQueryControllerList);
-    connect(m_worker, &W::deviceNetworkInfo, this, &T::deviceNetworkInfo);
-    connect(m_worker, &W::queryDeviceConfigInfoResult, this, &T::queryDeviceConfigInfoResult);
-    connect(m_worker, &W::queryServerTypeInfoResult, this, &T::queryServerTypeInfoResult);
-    connect(m_worker, &W::queryGatewayInfoResult, this, &T::queryGatewayInfoResult);
-    connect(m_worker, &W::queryControllerTypeResultForGrpcWorker, this, &T::queryControllerTypeResultForGrpcThread);
-    connect(m_worker, &W::queryControllerListResultForGrpcWorker, this, &T::queryControllerListResultForGrpcThread);
-    connect(m_worker, &W::queryServerIpResult, this, &T::signalQueryServerIpResult);
-
-    // Heartbeat.
-    connect(this, &T::mySendHeart, m_worker, &W::sendHeart);
-    connect(this, &T::myStartSendHeart, m_worker, &W::startSendHeart);
-    connect(this, &T::myStopSendHeart, m_worker, &W::stopSendHeart);
-    connect(m_worker, &W::sendHeartResult, this, &T::recvHeartbeatResultVDT);
-
-    // Login and gateway authentication.
-    connect(this, &T::myLogin, m_worker, &W::login);
-    connect(this, &T::myUpdateVmInfoFromServer, m_worker, &W::updateVmInfoFromServer);
-    connect(this, &T::loginGateway, m_worker, &W::loginGateway);
-    connect(m_worker, &W::loginResult, this, &T::loginResult);
-    connect(m_worker, &W::updateVmInfoFromServerResult, this, &T::updateVmInfoFromServerResult);
-    connect(m_worker, &W::inputGatewayAuthInfo, this, &T::inputGatewayAuthInfo);
-
-    // VM operations.
-    connect(this, &T::myOperateVM, m_worker, &W::operateVM);
-    connect(this, &T::myRecoverVM, m_worker, &W::recoverVM);
-    connect(this, &T::myModifyVMName, m_worker, &W::modifyVMName);
-    connect(this, &T::mySnapshot, m_worker, &W::snapshot);
-    connect(m_worker, &W::operateVMResult, this, &T::operateVMResult);
-    connect(m_worker, &W::recoverVMResult, this, &T::recoverVMResult);
-    connect(m_worker, &W::snapshotResult, this, &T::snapshotResult);
-    connect(m_worker, &W::modifyVMNameResult, this, &T::modifyVMNameResult);
-    connect(m_worker, &W::snapshotQueryResult, this, &T::snapshotQueryResult);
-
-    // Desktop assignment.
-    connect(this, &T::myApplyForVM, m_worker, &W::applyForVM);
-    connect(this, &T::myApplyForVMOfQuery, m_worker, &W::applyForVMOfQuery);
-    connect(this, &T::myApplyForDeviceInfo, m_worker, &W::applyForDeviceInfo);
-    connect(this, &T::myQueryVmInfo, m_worker, &W::queryVmInfo);
-    connect(m_worker, &W::applyForVMResult, this, &T::applyForVMResult);
-    connect(m_worker, &W::applyForVMOfQueryResult, this, &T::applyForVMOfQueryResult);
-    connect(m_worker, &W::applyForDeviceInfoResult, this, &T::applyForDeviceInfoResult);
-    connect(m_worker, &W::queryVmInfoResult, this, &T::queryVmInfoResult);
-
-    // Device and status reports; the redirect status has no answer for the application.
-    connect(this, &T::myRegisterDevice, m_worker, &W::registerDevice);
-    connect(this, &T::myReportStatusOfVM, m_worker, &W::reportStatusOfVM);
-    connect(this, &T::myUsbNotify, m_worker, &W::usbNotify);
-    connect(this, &T::myReportRedirectStatus, m_worker, &W::reportRedirectStatus);
-    connect(m_worker, &W::registerDeviceResult, this, &T::registerDeviceResult);
-    connect(m_worker, &W::reportStatusOfVMResult, this, &T::reportStatusOfVMResult);
-    connect(m_worker, &W::usbNotifyResult, this, &T::usbNotifyResult);
-
-    // Passwords and client configuration. The individual configuration is connected twice on
-    // purpose: the application gets every reply two times.
-    connect(this, &T::myCheckUpgrade, m_worker, &W::checkUpgrade);
-    connect(this, &T::myModifyPassword, m_worker, &W::modifyPassword);
-    connect(this, &T::myCheckPassword, m_worker, &W::checkPassword);
-    connect(this, &T::myApplyForEmail, m_worker, &W::applyForEmail);
-    connect(this, &T::myRequestTerminalAuthorityPassword, m_worker, &W::requestTerminalAuthorityPassword);
-    connect(this, &T::myQueryNextCloudInfo, m_worker, &W::queryNextCloudInfo);
-    connect(this, &T::signalQueryIndividualConfigForGrpcThread, m_worker, &W::slotQueryIndividualConfigForGrpcWorker);
-    connect(m_worker, &W::checkUpgradeResult, this, &T::checkUpgradeResult);
-    connect(m_worker, &W::modifyPasswordResult, this, &T::modifyPasswordResult);
-    connect(m_worker, &W::checkPasswordResult, this, &T::checkPasswordResult);
-    connect(m_worker, &W::requestTerminalAuthorityPasswordResult, this, &T::requestTerminalAuthorityPasswordResult);
-    connect(m_worker, &W::applyForEmailResult, this, &T::applyForEmailResult);
-    connect(m_worker, &W::queryNextCloudInfoResult, this, &T::queryNextCloudInfoResult);
-    for (int twice = 0; twice < 2; ++twice)
-        connect(m_worker, &W::queryIndividualConfigInfoResultForGrpcWorker, this,
-                &T::queryIndividualConfigInfoResultForGrpcThread);
-
-    // Login options.
-    connect(this, &T::quantumConfigReq, m_worker, &W::quantumConfigReq);
-    connect(this, &T::userQuantumBindReq, m_worker, &W::userQuantumBindReq);
-    connect(this, &T::signalQueryLoginConfig, m_worker, &W::handleQueryLoginConfig);
-    connect(this, &T::signalRequestLoginCode, m_worker, &W::handleRequestLoginCode);
-    connect(this, &T::signalCheckAndSaveLdapPasswd, m_worker, &W::handleCheckAndSaveLdapPasswd);
-    connect(m_worker, &W::onUserQuantumBindResp, this, &T::onUserQuantumBindResp);
-    connect(m_worker, &W::onQuantumConfigResp, this, &T::onQuantumConfigResp);
-    connect(m_worker, &W::queryLoginConfigResult, this, &T::signalQueryLoginConfigResult);
-    connect(m_worker, &W::queryLoginCodeResult, this, &T::signalQueryLoginCodeResult);
-    connect(m_worker, &W::checkAndSaveLdapPasswdResult, this, &T::onCheckAndSaveLdapPasswdResult);
-
-    // Application catalogues and share terminals.
-    connect(this, &T::signalGrpcThreadApplyRemoteApp, m_worker, &W::slotGrpcWorkerApplyRemoteApp);
-    connect(this, &T::signalGrpcThreadGetRemoteAppList, m_worker, &W::slotGrpcWorkerGetRemoteAppList);
-    connect(this, &T::signalGrpcThreadGetSaasAppList, m_worker, &W::slotGrpcWorkerGetSaasAppList);
-    connect(this, &T::signalGrpcThreadQuerySaasApp, m_worker, &W::slotGrpcWorkerQuerySaasApp);
-    connect(this, &T::queryShareTerminalInfo, m_worker, &W::queryShareTerminalInfo);
-    connect(this, &T::transferDesktop2ShareTerminal, m_worker, &W::transferDesktop2ShareTerminal);
-    connect(this, &T::loginOakdeskHsareTerminal, m_worker, &W::loginOakdeskHsareTerminal);
-    connect(m_worker, &W::signalGrpcWorkerApplyRemoteAppResult, this, &T::signalGrpcThreadApplyRemoteAppResult);
-    connect(m_worker, &W::signalGrpcWorkerGetRemoteAppListResult, this, &T::signalGrpcThreadGetRemoteAppListResult);
-    connect(m_worker, &W::signalGrpcWorkerGetSaasAppListResult, this, &T::signalGrpcThreadGetSaasAppListResult);
-    connect(m_worker, &W::signalGrpcWorkerSaasAppPermissionResult, this, &T::signalGrpcThreadSaasAppResult);
-    connect(m_worker, &W::queryShareTerminalInfoResult, this, &T::queryShareTerminalInfoResult);
-    connect(m_worker, &W::transferDesktop2ShareTerminalResult, this, &T::transferDesktop2ShareTerminalResult);
-    connect(m_worker, &W::loginOakdeskShareTerminalResult, this, &T::loginOakdeskShareTerminalResult);
-
-    // One-key help.
-    connect(this, &T::mySendUserAskHelpInfo, m_worker, &W::sendUserAskHelpInfo);
-    connect(m_worker, &W::sendUserAskHelpInfoResult, this, &T::SendUserAskHelpInfoResult);
+    connect(this, &VdiDesktopGrpcThread::myInitConnection, m_worker, &VdiDesktopGrpcWorker::initConnection);
+    // Each family connects its requests and answers in its own file.
+    vdiwiring::connectDiscovery(*this, *m_worker);
+    vdiwiring::connectHeartbeat(*this, *m_worker);
+    vdiwiring::connectLogin(*this, *m_worker);
+    vdiwiring::connectOperations(*this, *m_worker);
+    vdiwiring::connectAccount(*this, *m_worker);
+    vdiwiring::connectApplications(*this, *m_worker);
+    vdiwiring::connectHelp(*this, *m_worker);
 
     m_thread.start(QThread::InheritPriority);
     VDI_INFO << "vdi desktop grpc thread start!!!";

@@ -1,6 +1,9 @@
 // Facade requests of passwords, client configuration and login options.
 #include "vdidesktopgrpcthread.h"
 
+#include "vdidesktopgrpcthread_wiring.h"
+#include "vdidesktopgrpcworker.h"
+
 #include <QCoreApplication>
 #include <QSysInfo>
 
@@ -126,4 +129,40 @@ void VdiDesktopGrpcThread::checkAndSaveLdapPasswd(const QString& name, const QSt
     request.baseInfo = m_baseInfo;
     request.baseInfo.domain = domain;
     emit signalCheckAndSaveLdapPasswd(request);
+}
+
+void vdiwiring::connectAccount(VdiDesktopGrpcThread& facade, VdiDesktopGrpcWorker& worker)
+{
+    using T = VdiDesktopGrpcThread;
+    using W = VdiDesktopGrpcWorker;
+    // Passwords and client configuration. The individual configuration is connected twice on
+    // purpose: the application gets every reply two times.
+    QObject::connect(&facade, &T::myCheckUpgrade, &worker, &W::checkUpgrade);
+    QObject::connect(&facade, &T::myModifyPassword, &worker, &W::modifyPassword);
+    QObject::connect(&facade, &T::myCheckPassword, &worker, &W::checkPassword);
+    QObject::connect(&facade, &T::myApplyForEmail, &worker, &W::applyForEmail);
+    QObject::connect(&facade, &T::myRequestTerminalAuthorityPassword, &worker, &W::requestTerminalAuthorityPassword);
+    QObject::connect(&facade, &T::myQueryNextCloudInfo, &worker, &W::queryNextCloudInfo);
+    QObject::connect(&facade, &T::signalQueryIndividualConfigForGrpcThread, &worker, &W::slotQueryIndividualConfigForGrpcWorker);
+    QObject::connect(&worker, &W::checkUpgradeResult, &facade, &T::checkUpgradeResult);
+    QObject::connect(&worker, &W::modifyPasswordResult, &facade, &T::modifyPasswordResult);
+    QObject::connect(&worker, &W::checkPasswordResult, &facade, &T::checkPasswordResult);
+    QObject::connect(&worker, &W::requestTerminalAuthorityPasswordResult, &facade, &T::requestTerminalAuthorityPasswordResult);
+    QObject::connect(&worker, &W::applyForEmailResult, &facade, &T::applyForEmailResult);
+    QObject::connect(&worker, &W::queryNextCloudInfoResult, &facade, &T::queryNextCloudInfoResult);
+    for (int twice = 0; twice < 2; ++twice)
+        QObject::connect(&worker, &W::queryIndividualConfigInfoResultForGrpcWorker, &facade,
+                         &T::queryIndividualConfigInfoResultForGrpcThread);
+
+    // Login options.
+    QObject::connect(&facade, &T::quantumConfigReq, &worker, &W::quantumConfigReq);
+    QObject::connect(&facade, &T::userQuantumBindReq, &worker, &W::userQuantumBindReq);
+    QObject::connect(&facade, &T::signalQueryLoginConfig, &worker, &W::handleQueryLoginConfig);
+    QObject::connect(&facade, &T::signalRequestLoginCode, &worker, &W::handleRequestLoginCode);
+    QObject::connect(&facade, &T::signalCheckAndSaveLdapPasswd, &worker, &W::handleCheckAndSaveLdapPasswd);
+    QObject::connect(&worker, &W::onUserQuantumBindResp, &facade, &T::onUserQuantumBindResp);
+    QObject::connect(&worker, &W::onQuantumConfigResp, &facade, &T::onQuantumConfigResp);
+    QObject::connect(&worker, &W::queryLoginConfigResult, &facade, &T::signalQueryLoginConfigResult);
+    QObject::connect(&worker, &W::queryLoginCodeResult, &facade, &T::signalQueryLoginCodeResult);
+    QObject::connect(&worker, &W::checkAndSaveLdapPasswdResult, &facade, &T::onCheckAndSaveLdapPasswdResult);
 }

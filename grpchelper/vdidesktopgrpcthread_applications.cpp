@@ -2,6 +2,9 @@
 // application emits their signals with records of its own.
 #include "vdidesktopgrpcthread.h"
 
+#include "vdidesktopgrpcthread_wiring.h"
+#include "vdidesktopgrpcworker.h"
+
 #include <QDebug>
 
 void VdiDesktopGrpcThread::grpcThreadGetRemoteAppList()
@@ -36,4 +39,25 @@ void VdiDesktopGrpcThread::grpcThreadQuerySaasApp(tagSaasAppInfo app)
     request.baseInfo = m_baseInfo;
     request.appInfo = app;
     emit signalGrpcThreadQuerySaasApp(request);
+}
+
+void vdiwiring::connectApplications(VdiDesktopGrpcThread& facade, VdiDesktopGrpcWorker& worker)
+{
+    using T = VdiDesktopGrpcThread;
+    using W = VdiDesktopGrpcWorker;
+    // Application catalogues and share terminals.
+    QObject::connect(&facade, &T::signalGrpcThreadApplyRemoteApp, &worker, &W::slotGrpcWorkerApplyRemoteApp);
+    QObject::connect(&facade, &T::signalGrpcThreadGetRemoteAppList, &worker, &W::slotGrpcWorkerGetRemoteAppList);
+    QObject::connect(&facade, &T::signalGrpcThreadGetSaasAppList, &worker, &W::slotGrpcWorkerGetSaasAppList);
+    QObject::connect(&facade, &T::signalGrpcThreadQuerySaasApp, &worker, &W::slotGrpcWorkerQuerySaasApp);
+    QObject::connect(&facade, &T::queryShareTerminalInfo, &worker, &W::queryShareTerminalInfo);
+    QObject::connect(&facade, &T::transferDesktop2ShareTerminal, &worker, &W::transferDesktop2ShareTerminal);
+    QObject::connect(&facade, &T::loginOakdeskHsareTerminal, &worker, &W::loginOakdeskHsareTerminal);
+    QObject::connect(&worker, &W::signalGrpcWorkerApplyRemoteAppResult, &facade, &T::signalGrpcThreadApplyRemoteAppResult);
+    QObject::connect(&worker, &W::signalGrpcWorkerGetRemoteAppListResult, &facade, &T::signalGrpcThreadGetRemoteAppListResult);
+    QObject::connect(&worker, &W::signalGrpcWorkerGetSaasAppListResult, &facade, &T::signalGrpcThreadGetSaasAppListResult);
+    QObject::connect(&worker, &W::signalGrpcWorkerSaasAppPermissionResult, &facade, &T::signalGrpcThreadSaasAppResult);
+    QObject::connect(&worker, &W::queryShareTerminalInfoResult, &facade, &T::queryShareTerminalInfoResult);
+    QObject::connect(&worker, &W::transferDesktop2ShareTerminalResult, &facade, &T::transferDesktop2ShareTerminalResult);
+    QObject::connect(&worker, &W::loginOakdeskShareTerminalResult, &facade, &T::loginOakdeskShareTerminalResult);
 }

@@ -1,5 +1,8 @@
-// Facade requests of server discovery and the heartbeat.
+// Facade requests of server discovery.
 #include "vdidesktopgrpcthread.h"
+
+#include "vdidesktopgrpcthread_wiring.h"
+#include "vdidesktopgrpcworker.h"
 
 #include "vdilog.h"
 
@@ -43,27 +46,23 @@ void VdiDesktopGrpcThread::queryServerIpForVm()
     emit signalQueryServerIpForVm();
 }
 
-void VdiDesktopGrpcThread::sendHeart(const QString& vmIp, const QString& vmUuid, long long vmId)
+void vdiwiring::connectDiscovery(VdiDesktopGrpcThread& facade, VdiDesktopGrpcWorker& worker)
 {
-    tagHeartbeatRequest request;
-    request.vmIp = vmIp;
-    request.baseInfo = m_baseInfo;
-    if (vmId != -1)
-        request.baseInfo.vmId = vmId;
-    request.baseInfo.vmUuid = vmUuid;
-    request.extendInfo = m_extendInfo;
-    VDI_INFO << "going to send Heart";
-    emit mySendHeart(request);
-}
-
-void VdiDesktopGrpcThread::startSendHeart()
-{
-    VDI_INFO << "going to start send Heart";
-    emit myStartSendHeart();
-}
-
-void VdiDesktopGrpcThread::stopSendHeart()
-{
-    VDI_INFO << "going to stop send Heart";
-    emit myStopSendHeart();
+    using T = VdiDesktopGrpcThread;
+    using W = VdiDesktopGrpcWorker;
+    // Server discovery.
+    QObject::connect(&facade, &T::myInitDeviceInfo, &worker, &W::initDeviceInfo);
+    QObject::connect(&facade, &T::myQueryDeviceConfigInfo, &worker, &W::queryDeviceConfigInfo);
+    QObject::connect(&facade, &T::myQueryServerTypeInfo, &worker, &W::queryServerTypeInfo);
+    QObject::connect(&facade, &T::myQueryGatewayInfo, &worker, &W::queryGatewayInfo);
+    QObject::connect(&facade, &T::signalQueryServerIpForVm, &worker, &W::slotQueryServerIpForVm);
+    QObject::connect(&facade, &T::signalQueryControllerType, &worker, &W::onQueryControllerType);
+    QObject::connect(&facade, &T::signalQueryControllerList, &worker, &W::onQueryControllerList);
+    QObject::connect(&worker, &W::deviceNetworkInfo, &facade, &T::deviceNetworkInfo);
+    QObject::connect(&worker, &W::queryDeviceConfigInfoResult, &facade, &T::queryDeviceConfigInfoResult);
+    QObject::connect(&worker, &W::queryServerTypeInfoResult, &facade, &T::queryServerTypeInfoResult);
+    QObject::connect(&worker, &W::queryGatewayInfoResult, &facade, &T::queryGatewayInfoResult);
+    QObject::connect(&worker, &W::queryControllerTypeResultForGrpcWorker, &facade, &T::queryControllerTypeResultForGrpcThread);
+    QObject::connect(&worker, &W::queryControllerListResultForGrpcWorker, &facade, &T::queryControllerListResultForGrpcThread);
+    QObject::connect(&worker, &W::queryServerIpResult, &facade, &T::signalQueryServerIpResult);
 }

@@ -1,6 +1,9 @@
 // Facade request of the one-key help.
 #include "vdidesktopgrpcthread.h"
 
+#include "vdidesktopgrpcthread_wiring.h"
+#include "vdidesktopgrpcworker.h"
+
 #include "vdilog.h"
 
 // The report is the user's words alone: nothing of the cached identity is added.
@@ -22,4 +25,13 @@ void VdiDesktopGrpcThread::sendUserAskInfo(const QString& userMac, const QString
     request.vmIp = vmIp;
     VDI_INFO << "emit to send user ask help info.";
     emit mySendUserAskHelpInfo(request);
+}
+
+void vdiwiring::connectHelp(VdiDesktopGrpcThread& facade, VdiDesktopGrpcWorker& worker)
+{
+    using T = VdiDesktopGrpcThread;
+    using W = VdiDesktopGrpcWorker;
+    // One-key help.
+    QObject::connect(&facade, &T::mySendUserAskHelpInfo, &worker, &W::sendUserAskHelpInfo);
+    QObject::connect(&worker, &W::sendUserAskHelpInfoResult, &facade, &T::SendUserAskHelpInfoResult);
 }

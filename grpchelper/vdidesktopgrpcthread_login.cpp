@@ -1,6 +1,9 @@
 // Facade requests of the login: each variant stamps its kind into the cached identity first.
 #include "vdidesktopgrpcthread.h"
 
+#include "vdidesktopgrpcthread_wiring.h"
+#include "vdidesktopgrpcworker.h"
+
 #include "vdilog.h"
 
 namespace {
@@ -101,4 +104,17 @@ void VdiDesktopGrpcThread::updateVmInfoFromServer()
     const tagLoginRequest request = loginRequest(m_baseInfo, m_extendInfo);
     VDI_INFO << "emit to update vm info from server.";
     emit myUpdateVmInfoFromServer(request);
+}
+
+void vdiwiring::connectLogin(VdiDesktopGrpcThread& facade, VdiDesktopGrpcWorker& worker)
+{
+    using T = VdiDesktopGrpcThread;
+    using W = VdiDesktopGrpcWorker;
+    // Login and gateway authentication.
+    QObject::connect(&facade, &T::myLogin, &worker, &W::login);
+    QObject::connect(&facade, &T::myUpdateVmInfoFromServer, &worker, &W::updateVmInfoFromServer);
+    QObject::connect(&facade, &T::loginGateway, &worker, &W::loginGateway);
+    QObject::connect(&worker, &W::loginResult, &facade, &T::loginResult);
+    QObject::connect(&worker, &W::updateVmInfoFromServerResult, &facade, &T::updateVmInfoFromServerResult);
+    QObject::connect(&worker, &W::inputGatewayAuthInfo, &facade, &T::inputGatewayAuthInfo);
 }

@@ -3,6 +3,9 @@
 // of a 32-bit int goes out as 0 there.
 #include "vdidesktopgrpcthread.h"
 
+#include "vdidesktopgrpcthread_wiring.h"
+#include "vdidesktopgrpcworker.h"
+
 #include "vdilog.h"
 
 namespace {
@@ -193,4 +196,39 @@ void VdiDesktopGrpcThread::reportRedirectStatus(const QString& vmUuid, QList<tag
     request.vmUuid = vmUuid;
     request.redirectList = redirectList;
     emit myReportRedirectStatus(request);
+}
+
+void vdiwiring::connectOperations(VdiDesktopGrpcThread& facade, VdiDesktopGrpcWorker& worker)
+{
+    using T = VdiDesktopGrpcThread;
+    using W = VdiDesktopGrpcWorker;
+    // VM operations.
+    QObject::connect(&facade, &T::myOperateVM, &worker, &W::operateVM);
+    QObject::connect(&facade, &T::myRecoverVM, &worker, &W::recoverVM);
+    QObject::connect(&facade, &T::myModifyVMName, &worker, &W::modifyVMName);
+    QObject::connect(&facade, &T::mySnapshot, &worker, &W::snapshot);
+    QObject::connect(&worker, &W::operateVMResult, &facade, &T::operateVMResult);
+    QObject::connect(&worker, &W::recoverVMResult, &facade, &T::recoverVMResult);
+    QObject::connect(&worker, &W::snapshotResult, &facade, &T::snapshotResult);
+    QObject::connect(&worker, &W::modifyVMNameResult, &facade, &T::modifyVMNameResult);
+    QObject::connect(&worker, &W::snapshotQueryResult, &facade, &T::snapshotQueryResult);
+
+    // Desktop assignment.
+    QObject::connect(&facade, &T::myApplyForVM, &worker, &W::applyForVM);
+    QObject::connect(&facade, &T::myApplyForVMOfQuery, &worker, &W::applyForVMOfQuery);
+    QObject::connect(&facade, &T::myApplyForDeviceInfo, &worker, &W::applyForDeviceInfo);
+    QObject::connect(&facade, &T::myQueryVmInfo, &worker, &W::queryVmInfo);
+    QObject::connect(&worker, &W::applyForVMResult, &facade, &T::applyForVMResult);
+    QObject::connect(&worker, &W::applyForVMOfQueryResult, &facade, &T::applyForVMOfQueryResult);
+    QObject::connect(&worker, &W::applyForDeviceInfoResult, &facade, &T::applyForDeviceInfoResult);
+    QObject::connect(&worker, &W::queryVmInfoResult, &facade, &T::queryVmInfoResult);
+
+    // Device and status reports; the redirect status has no answer for the application.
+    QObject::connect(&facade, &T::myRegisterDevice, &worker, &W::registerDevice);
+    QObject::connect(&facade, &T::myReportStatusOfVM, &worker, &W::reportStatusOfVM);
+    QObject::connect(&facade, &T::myUsbNotify, &worker, &W::usbNotify);
+    QObject::connect(&facade, &T::myReportRedirectStatus, &worker, &W::reportRedirectStatus);
+    QObject::connect(&worker, &W::registerDeviceResult, &facade, &T::registerDeviceResult);
+    QObject::connect(&worker, &W::reportStatusOfVMResult, &facade, &T::reportStatusOfVMResult);
+    QObject::connect(&worker, &W::usbNotifyResult, &facade, &T::usbNotifyResult);
 }

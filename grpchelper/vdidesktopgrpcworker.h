@@ -22,8 +22,9 @@
 #include "vdigrpcrecords_account.h"
 #include "vdigrpcrecords_applications.h"
 #include "vdigrpcrecords_help.h"
-#include "vdigrpcrecords_desktop.h"
 #include "vdigrpcrecords_discovery.h"
+#include "vdigrpcrecords_heartbeat.h"
+#include "vdigrpcrecords_login.h"
 #include "vdigrpcrecords_operations.h"
 
 #include "client/client_core.grpc.pb.h"

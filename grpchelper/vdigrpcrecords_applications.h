@@ -8,7 +8,6 @@
 #include <QString>
 
 #include "vdigrpcrecords.h"
-#include "vdigrpcrecords_desktop.h"
 
 // ---- Remote applications -------------------------------------------------------------------
 

@@ -8,7 +8,6 @@
 #include <QString>
 
 #include "vdigrpcrecords.h"
-#include "vdigrpcrecords_desktop.h"
 
 // ---- VM operations -------------------------------------------------------------------------
 
@@ -139,6 +138,85 @@ struct tagVoidReply {
     tagErrorData error;
 };
 
+// ---- Replies of the desktop operations and the assignment ----------------------------------
+
+struct tagDevice {
+    QString deviceId = QStringLiteral("");
+    tagVMAddress address;
+};
+
+struct tagApplyForVMReply {
+    tagVMInfo vmInfo;
+    QString name;
+    QString password;
+    QString hostIp;
+    QList<QString> hostIps;
+    QString spicePassword;
+    QString userGroup;
+    qint64 reservedNumber = 0;  // for the application's own use
+    QString userNameOrDeviceName;
+    QList<QString> grouplist;
+    tagVmNodeInfo vmNode{};
+    qint64 id = 0;
+    QString port;
+    int startDomain = 0;
+    QString reservedText;  // for the application's own use
+    tagErrorData error;
+};
+
+struct tagOperateForVMReply {
+    tagVmNodeInfo vmNode{};
+    int opType = 0;
+    tagVMInfo vmInfo;
+    QString spicePort;
+    QString hostIp;
+    tagErrorData error;
+    QString gatewayToken;
+    QString tlsPort;
+};
+
+struct tagRecoverVMReply {
+    tagVmNodeInfo vmNode{};
+    qint64 vmId = 0;
+    int progress = 0;
+    tagErrorData error;
+    QString vmUuid;
+};
+
+struct tagSnapshotReply {
+    tagVmNodeInfo vmNode{};
+    QString vmId;
+    QList<tagSnapshotInfo> snapshotList;
+    tagErrorData error;
+};
+
+struct tagApplyForDeviceInfoReply {
+    tagVmNodeInfo vmNode{};
+    QList<tagDevice> deviceList;
+    tagErrorData error;
+};
+
+struct tagDeskTopPoolReply {
+    tagPoolInfo pool;
+    tagErrorData error;
+};
+
+struct tagQueryVmInfoResp {
+    int memSize = 0;
+    QString memRate;
+    int cpuSize = 0;
+    QString cpuRate;
+    tagErrorData error;
+};
+
+Q_DECLARE_METATYPE(tagDevice)
+Q_DECLARE_METATYPE(tagApplyForVMReply)
+Q_DECLARE_METATYPE(tagOperateForVMReply)
+Q_DECLARE_METATYPE(tagRecoverVMReply)
+Q_DECLARE_METATYPE(tagSnapshotReply)
+Q_DECLARE_METATYPE(tagApplyForDeviceInfoReply)
+Q_DECLARE_METATYPE(tagDeskTopPoolReply)
+Q_DECLARE_METATYPE(tagQueryVmInfoResp)
 Q_DECLARE_METATYPE(tagOperateForVMRequest)
 Q_DECLARE_METATYPE(tagSnapshotRequest)
 Q_DECLARE_METATYPE(tagModifyVMNameRequest)
@@ -172,3 +250,9 @@ typedef tagRegisterDeviceReply RegisterDeviceReply;
 typedef tagRedirectStatusInfoReust RedirectStatusInfoReust;
 typedef tagRedirectStatusReust RedirectStatusReust;
 typedef tagVoidReply VoidReply;
+typedef tagApplyForVMReply ApplyForVMReply;
+typedef tagOperateForVMReply OperateForVMReply;
+typedef tagRecoverVMReply RecoverVMReply;
+typedef tagSnapshotReply SnapshotReply;
+typedef tagApplyForDeviceInfoReply ApplyForDeviceInfoReply;
+typedef tagQueryVmInfoResp QueryVmInfoResp;

@@ -21,10 +21,15 @@ for public in vdidesktopgrpcthread.h vdidesktopgrpcworker.h vdidesktopgrpchelper
     [ -e "$include/$public" ] || fail "public header $public is missing"
 done
 # The installed headers are the ones the library was compiled with.
-for header in "$source"/grpchelper/vdidesktopgrpc*.h "$source"/grpchelper/vdigrpcrecords*.h "$source"/utility/utility.h; do
-    name=$(basename "$header")
-    case $name in vdidesktopgrpcworker_frame.h) continue ;; esac
-    cmp -s "$header" "$include/$name" || fail "installed $name differs from the compiled one"
+for installed in "$include"/*.h; do
+    name=$(basename "$installed")
+    [ "$name" != vdidesktopgrpc_export.h ] || continue
+    compiled=$source/grpchelper/$name
+    [ -e "$compiled" ] || compiled=$source/utility/$name
+    cmp -s "$compiled" "$installed" || fail "installed $name differs from the compiled one"
+done
+for internal in vdidesktopgrpcthread_wiring.h vdiconversions.h; do
+    [ ! -e "$include/$internal" ] || fail "internal header $internal is installed"
 done
 
 library=$(find "$prefix" -name 'libvdidesktopgrpc.so.*.*' | head -n 1)

@@ -1,8 +1,8 @@
-// Conversions of the login and of desktops: pools, virtual machines and their policies.
-#include "vdidesktopgrpchelper.h"
-
+// Conversion steps that several families share: the desktops and pools that the login, the
+// operations and the applications carry, and their control policies.
 #include "vdiconversions.h"
-#include "vdilog.h"
+
+#include "vdidesktopgrpchelper.h"
 
 using H = VdiDesktopGrpcHelper;
 
@@ -17,14 +17,6 @@ int expiryCode(int64_t wire)
     if (low == -3)
         return 0;
     return low;
-}
-
-// Texts of a repeated string field, as they stand.
-template <class Repeated>
-void appendTexts(const Repeated& items, QList<QString>& list)
-{
-    for (const std::string& item : items)
-        list.append(H::fromStdString(item));
 }
 
 // The fields that a pool's desktop (client::Vm) and an operation's desktop (client::VmInfo) share.
@@ -71,7 +63,7 @@ void vdiconvert::grpc2ControlPolicy(const client::ControlPolicy& message, tagCon
     policy.usbRedirectWirelessController = usb.usbredirectwirelesscontroller();
     policy.usbRedirectVendorSpecific = usb.usbredirectvendorspecific();
     policy.storeReadonly = usb.store_readonly();
-    appendTexts(usb.policy_list(), policy.policyList);
+    vdiconvert::appendTexts(usb.policy_list(), policy.policyList);
 
     policy.serialEnable = message.serial_policy().enable();
     H::fromRepeated(message.mix_cal_policy().program_list(), policy.programList,
@@ -105,13 +97,6 @@ void vdiconvert::grpc2ControlPolicy(const client::ControlPolicy& message, tagCon
     if (reconnection == ReconnectionTime::Read)
         policy.reconnectionNetworkTime = message.reconnection_network_time();
     policy.parallelEnable = message.parallel_policy().enable();
-}
-
-
-void VdiDesktopGrpcHelper::toLoginReq(const tagLoginRequest& request, client::LoginReq& message)
-{
-    baseInfo2Grpc(request.baseInfo, *message.mutable_client_base_info());
-    extendInfo2Grpc(request.extendInfo, *message.mutable_client_extend_info());
 }
 
 void VdiDesktopGrpcHelper::grpc2VMOperator(const client::ExtendOp& message, tagVMOperator& vmOperator)
@@ -175,40 +160,11 @@ void VdiDesktopGrpcHelper::grpc2PoolInfo(const client::PoolInfo& message, tagPoo
     grpc2VMOperator(message.extend_op(), pool);
 }
 
-void VdiDesktopGrpcHelper::fromLoginResp(const client::LoginResp& message, tagLoginReply& reply)
-{
-    grpc2ErrorData(message.error(), reply.error);
-    reply.domain = fromStdString(message.domain());
-    reply.netBIOS = fromStdString(message.netbios());
-    reply.updateInterval = message.update_interval();
-    reply.startTimeout = message.start_timeout();
-    reply.authType = message.auth_type();
-    reply.name = fromStdString(message.name());
-    reply.password = fromStdString(message.password());
-    reply.dueDate = message.due_date();
-    reply.userExpireTime = message.user_expire_time();
-    reply.userId = message.user_id();
-    reply.smsAuthIsReLogin = message.smsauthisrelogin();
-    reply.smsTimout = message.smstimout();
-    reply.isOpenldap = message.isopenldap();
-    reply.headShot = fromStdString(message.headshot());
-    reply.userLoginName = fromStdString(message.userloginname());
-    reply.userPassword = fromStdString(message.userpassword());
-    reply.spmIdBinding = message.spmidbinding();
-
-    reply.poolList.reserve(message.pool_list_size() + message.ex_pool_list_size());
-    fromRepeated(message.pool_list(), reply.poolList, &H::grpc2PoolInfo);
-    fromRepeated(message.ex_pool_list(), reply.poolList, [](const client::PoolInfo& item, tagPoolInfo& pool) {
-        grpc2PoolInfo(item, pool);
-        pool.isExPool = true;
-    });
-}
-
 void VdiDesktopGrpcHelper::grpc2VMInfo(const client::VmInfo& message, tagVMInfo& vm)
 {
     grpc2DesktopCore(message, vm);
     vm.vmIsUsed = fromStdString(message.vm_is_used());
-    appendTexts(message.ip_list(), vm.ipList);  // as they stand, unlike the address list
+    vdiconvert::appendTexts(message.ip_list(), vm.ipList);  // as they stand, unlike the address list
     vm.domainName = fromStdString(message.domain_name());
 
     // Every member of the policy is read from the wire: an absent group gives zeros and empty
@@ -218,67 +174,3 @@ void VdiDesktopGrpcHelper::grpc2VMInfo(const client::VmInfo& message, tagVMInfo&
     vm.controlPolicy = policy;
 }
 
-void VdiDesktopGrpcHelper::fromApplyForVMResp(const client::ApplyForVmResp& message, tagApplyForVMReply& reply)
-{
-    grpc2VMInfo(message.vm(), reply.vmInfo);
-    reply.name = fromStdString(message.name());
-    reply.password = fromStdString(message.password());
-    reply.hostIp = fromStdString(message.host_ip());
-    appendTexts(message.host_ips(), reply.hostIps);
-    reply.spicePassword = fromStdString(message.spice_password());
-    reply.userGroup = fromStdString(message.user_group());
-    reply.userNameOrDeviceName = fromStdString(message.usernameordevicename());
-    appendTexts(message.grouplist(), reply.grouplist);
-    grpc2ErrorData(message.error(), reply.error);
-}
-
-void VdiDesktopGrpcHelper::fromOperateForVMResq(const client::OperateForVmResp& message, tagOperateForVMReply& reply)
-{
-    grpc2VMInfo(message.vm(), reply.vmInfo);
-    reply.spicePort = fromStdString(message.spice_port());
-    reply.hostIp = fromStdString(message.hostip());
-    grpc2ErrorData(message.error(), reply.error);
-    reply.gatewayToken = fromStdString(message.gatewaytoken());
-    reply.tlsPort = fromStdString(message.tlsport());
-}
-
-void VdiDesktopGrpcHelper::fromRecoverVMResq(const client::RecoverVmResp& message, tagRecoverVMReply& reply)
-{
-    reply.vmId = message.vm_id();
-    reply.progress = message.progress();
-    grpc2ErrorData(message.error(), reply.error);
-    reply.vmUuid = fromStdString(message.vmuuid());
-}
-
-void VdiDesktopGrpcHelper::fromSnapshotResq(const client::SnapshotResp& message, tagSnapshotReply& reply)
-{
-    fromRepeated(message.snapshot_list(), reply.snapshotList, &H::grpc2SnapshotInfo);
-    grpc2ErrorData(message.error(), reply.error);
-}
-
-void VdiDesktopGrpcHelper::fromApplyForDeviceInfoResq(const client::ApplyForDeviceInfoResp& message,
-                                                      tagApplyForDeviceInfoReply& reply)
-{
-    fromRepeated(message.device_list(), reply.deviceList, [](const client::Device& item, tagDevice& device) {
-        device.deviceId = H::fromStdString(item.device_id());
-        grpc2VMAddress(item.vm_address(), device.address);
-    });
-    grpc2ErrorData(message.error(), reply.error);
-}
-
-void VdiDesktopGrpcHelper::fromDeskTopPoolResq(const client::DeskTopPoolResp& message, tagDeskTopPoolReply& reply)
-{
-    grpc2PoolInfo(message.pool(), reply.pool);
-    grpc2ErrorData(message.error(), reply.error);
-}
-
-void VdiDesktopGrpcHelper::fromVmInfoResp(const client::VmDetailInfoResp& message, tagQueryVmInfoResp& reply)
-{
-    reply.memSize = static_cast<int>(message.memsize());
-    reply.memRate = fromStdString(message.memrate());
-    reply.cpuSize = static_cast<int>(message.cpusize());
-    reply.cpuRate = fromStdString(message.cpurate());
-    grpc2ErrorData(message.error(), reply.error);
-    VDI_DEBUG << " reply:" << reply.cpuRate << "   , " << reply.memRate << "  , " << reply.cpuSize << "   , "
-              << reply.memSize;
-}
