@@ -3,6 +3,10 @@
 #include "testsupport.h"
 
 #include <atomic>
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
 #include <thread>
 
 namespace {
@@ -51,12 +55,46 @@ Q_DECLARE_METATYPE(GateKind)
 Q_DECLARE_METATYPE(CallOutcome)
 Q_DECLARE_METATYPE(NullStub)
 
+// ---- Every handler of the worker, and what it answers ----------------------------------------
+using Handler = std::function<void(VdiDesktopGrpcWorker&)>;
+Q_DECLARE_METATYPE(Handler)
+
+// The signals that a worker emitted, by name, with their counts.
+class EmittedSignals
+{
+public:
+    explicit EmittedSignals(VdiDesktopGrpcWorker& worker)
+    {
+        const QMetaObject& meta = VdiDesktopGrpcWorker::staticMetaObject;
+        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+            const QMetaMethod method = meta.method(i);
+            if (method.methodType() == QMetaMethod::Signal)
+                m_spies.emplace_back(method.name(), std::make_unique<QSignalSpy>(&worker, method));
+        }
+    }
+    // "namexcount" for every signal emitted at least once, in declaration order.
+    QString emitted() const
+    {
+        QStringList list;
+        for (const auto& spy : m_spies) {
+            if (spy.second->count() > 0)
+                list << QStringLiteral("%1x%2").arg(QString::fromLatin1(spy.first)).arg(spy.second->count());
+        }
+        return list.join(QLatin1Char(' '));
+    }
+
+private:
+    std::vector<std::pair<QByteArray, std::unique_ptr<QSignalSpy>>> m_spies;
+};
+
 class TestFrame : public QObject
 {
     Q_OBJECT
 private slots:
     void roads_data();
     void roads();
+    void everyHandlerAnswers_data();
+    void everyHandlerAnswers();
     void switches_data();
     void switches();
     void replyConvertedBeforeStatus();
@@ -152,6 +190,102 @@ void TestFrame::roads()
         QVERIFY2(log.contains(criticalLine, QtCriticalMsg), qPrintable(log.dump()));
     QCOMPARE(log.contains(kRestart), rebuilds);
     QCOMPARE(server->callCount(kWhoAreYou), outcome == CallOutcome::Called ? 1 : 0);
+}
+
+// Every handler answers its request with its signal exactly once, on the road of a call and on
+// the road of a missing stub, but where a rule says that it answers nothing. A handler whose emit
+// is lost, or that answers twice or with another family's signal, shows here.
+void TestFrame::everyHandlerAnswers_data()
+{
+    using W = VdiDesktopGrpcWorker;
+    QTest::addColumn<Handler>("handler");
+    QTest::addColumn<QString>("called");    // emitted with the server in reach
+    QTest::addColumn<QString>("nullStub");  // emitted before any connection
+    // Without a stub the frame answers NOT_FOUND and rebuilds the channels (the rebuild signal is
+    // declared first), but where a handler's rule says otherwise.
+    enum Rebuild { Rebuilds, Keeps };
+    const auto row = [](const char* name, Handler handler, const char* called, const char* nullStub,
+                        Rebuild rebuild = Rebuilds) {
+        QStringList expectedNull;
+        if (rebuild == Rebuilds)
+            expectedNull << QStringLiteral("signalGrpcErrorUnavailablex1");
+        if (*nullStub)
+            expectedNull << QString::fromLatin1(nullStub);
+        QTest::newRow(name) << handler << QString::fromLatin1(called) << expectedNull.join(QLatin1Char(' '));
+    };
+    // Discovery. The controller's type and list say nothing without a stub; the device's address
+    // needs none.
+    row("initDeviceInfo", [](W& w) { w.initDeviceInfo(QStringLiteral("127.0.0.1"), 1); }, "deviceNetworkInfox1", "deviceNetworkInfox1", Keeps);
+    row("queryDeviceConfigInfo", [](W& w) { w.queryDeviceConfigInfo({}); }, "queryDeviceConfigInfoResultx1", "queryDeviceConfigInfoResultx1");
+    row("queryServerTypeInfo", [](W& w) { w.queryServerTypeInfo(); }, "queryServerTypeInfoResultx1", "queryServerTypeInfoResultx1");
+    row("queryGatewayInfo", [](W& w) { w.queryGatewayInfo(); }, "queryGatewayInfoResultx1", "queryGatewayInfoResultx1");
+    row("onQueryControllerType", [](W& w) { w.onQueryControllerType(QString()); }, "queryControllerTypeResultForGrpcWorkerx1", "");
+    row("onQueryControllerList", [](W& w) { w.onQueryControllerList(QString()); }, "queryControllerListResultForGrpcWorkerx1", "");
+    row("slotQueryServerIpForVm", [](W& w) { w.slotQueryServerIpForVm(); }, "queryServerIpResultx1", "queryServerIpResultx1");
+    // Heartbeat: a beat now, and a beat of the timer.
+    row("sendHeart", [](W& w) { w.sendHeart({}); }, "sendHeartResultx1", "sendHeartResultx1");
+    row("mySendHeart", [](W& w) { w.mySendHeart(); }, "sendHeartResultx1", "sendHeartResultx1");
+    // Login.
+    row("login", [](W& w) { w.login({}); }, "loginResultx1", "loginResultx1");
+    row("updateVmInfoFromServer", [](W& w) { w.updateVmInfoFromServer({}); }, "updateVmInfoFromServerResultx1", "updateVmInfoFromServerResultx1");
+    // Operations, assignment, device reports.
+    row("operateVM", [](W& w) { w.operateVM({}); }, "operateVMResultx1", "operateVMResultx1");
+    row("recoverVM", [](W& w) { w.recoverVM({}); }, "recoverVMResultx1", "recoverVMResultx1");
+    row("snapshot", [](W& w) { w.snapshot({}); }, "snapshotResultx1", "snapshotResultx1");
+    row("modifyVMName", [](W& w) { w.modifyVMName({}); }, "modifyVMNameResultx1", "modifyVMNameResultx1");
+    row("applyForVM", [](W& w) { w.applyForVM({}); }, "applyForVMResultx1", "applyForVMResultx1");
+    row("applyForVMOfQuery", [](W& w) { w.applyForVMOfQuery({}); }, "applyForVMOfQueryResultx1", "applyForVMOfQueryResultx1");
+    row("applyForDeviceInfo", [](W& w) { w.applyForDeviceInfo({}); }, "applyForDeviceInfoResultx1", "applyForDeviceInfoResultx1");
+    row("queryVmInfo", [](W& w) { w.queryVmInfo({}); }, "queryVmInfoResultx1", "queryVmInfoResultx1");
+    row("registerDevice", [](W& w) { w.registerDevice({}); }, "registerDeviceResultx1", "registerDeviceResultx1");
+    row("reportStatusOfVM", [](W& w) { w.reportStatusOfVM({}); }, "reportStatusOfVMResultx1", "reportStatusOfVMResultx1");
+    row("usbNotify", [](W& w) { w.usbNotify({}); }, "usbNotifyResultx1", "usbNotifyResultx1");
+    row("reportRedirectStatus", [](W& w) { w.reportRedirectStatus({}); }, "reportRedirectStatusResultx1", "reportRedirectStatusResultx1");
+    // Passwords, client configuration, login options. Nothing answers the quantum configuration;
+    // the individual configuration says nothing without a stub, and the quantum binding keeps
+    // the channels.
+    row("checkPassword", [](W& w) { w.checkPassword({}); }, "checkPasswordResultx1", "checkPasswordResultx1");
+    row("modifyPassword", [](W& w) { w.modifyPassword({}); }, "modifyPasswordResultx1", "modifyPasswordResultx1");
+    row("requestTerminalAuthorityPassword", [](W& w) { w.requestTerminalAuthorityPassword({}); }, "requestTerminalAuthorityPasswordResultx1", "requestTerminalAuthorityPasswordResultx1");
+    row("checkUpgrade", [](W& w) { w.checkUpgrade({}); }, "checkUpgradeResultx1", "checkUpgradeResultx1");
+    row("queryNextCloudInfo", [](W& w) { w.queryNextCloudInfo({}); }, "queryNextCloudInfoResultx1", "queryNextCloudInfoResultx1");
+    row("slotQueryIndividualConfigForGrpcWorker", [](W& w) { w.slotQueryIndividualConfigForGrpcWorker({}); }, "queryIndividualConfigInfoResultForGrpcWorkerx1", "");
+    row("applyForEmail", [](W& w) { w.applyForEmail(); }, "applyForEmailResultx1", "applyForEmailResultx1");
+    row("handleQueryLoginConfig", [](W& w) { w.handleQueryLoginConfig(QString()); }, "queryLoginConfigResultx1", "queryLoginConfigResultx1");
+    row("handleRequestLoginCode", [](W& w) { w.handleRequestLoginCode({}); }, "queryLoginCodeResultx1", "queryLoginCodeResultx1");
+    row("handleCheckAndSaveLdapPasswd", [](W& w) { w.handleCheckAndSaveLdapPasswd({}); }, "checkAndSaveLdapPasswdResultx1", "checkAndSaveLdapPasswdResultx1");
+    row("quantumConfigReq", [](W& w) { w.quantumConfigReq(QString()); }, "", "", Keeps);
+    row("userQuantumBindReq", [](W& w) { w.userQuantumBindReq(QString(), QString(), QString()); }, "onUserQuantumBindRespx1", "onUserQuantumBindRespx1", Keeps);
+    // Applications and share terminals. A remote application's address is not asked for
+    // without a stub, and the channels stay.
+    row("slotGrpcWorkerGetRemoteAppList", [](W& w) { w.slotGrpcWorkerGetRemoteAppList({}); }, "signalGrpcWorkerGetRemoteAppListResultx1", "signalGrpcWorkerGetRemoteAppListResultx1");
+    row("slotGrpcWorkerApplyRemoteApp", [](W& w) { w.slotGrpcWorkerApplyRemoteApp({}); }, "signalGrpcWorkerApplyRemoteAppResultx1", "", Keeps);
+    row("slotGrpcWorkerGetSaasAppList", [](W& w) { w.slotGrpcWorkerGetSaasAppList({}); }, "signalGrpcWorkerGetSaasAppListResultx1", "signalGrpcWorkerGetSaasAppListResultx1");
+    row("slotGrpcWorkerQuerySaasApp", [](W& w) { w.slotGrpcWorkerQuerySaasApp({}); }, "signalGrpcWorkerSaasAppPermissionResultx1", "signalGrpcWorkerSaasAppPermissionResultx1");
+    row("queryShareTerminalInfo", [](W& w) { w.queryShareTerminalInfo({}); }, "queryShareTerminalInfoResultx1", "queryShareTerminalInfoResultx1");
+    row("transferDesktop2ShareTerminal", [](W& w) { w.transferDesktop2ShareTerminal({}); }, "transferDesktop2ShareTerminalResultx1", "transferDesktop2ShareTerminalResultx1");
+    row("loginOakdeskHsareTerminal", [](W& w) { w.loginOakdeskHsareTerminal({}); }, "loginOakdeskShareTerminalResultx1", "loginOakdeskShareTerminalResultx1");
+    // One-key help.
+    row("sendUserAskHelpInfo", [](W& w) { w.sendUserAskHelpInfo({}); }, "sendUserAskHelpInfoResultx1", "sendUserAskHelpInfoResultx1");
+}
+
+void TestFrame::everyHandlerAnswers()
+{
+    QFETCH(Handler, handler);
+    QFETCH(QString, called);
+    QFETCH(QString, nullStub);
+    {
+        vditest::TestServer server;  // every method answers OK with an empty reply
+        VdiDesktopGrpcWorker worker;
+        server.connect(worker);
+        EmittedSignals emitted(worker);
+        handler(worker);
+        QCOMPARE(emitted.emitted(), called);
+    }
+    VdiDesktopGrpcWorker worker;  // never connected
+    EmittedSignals emitted(worker);
+    handler(worker);
+    QCOMPARE(emitted.emitted(), nullStub);
 }
 
 void TestFrame::switches_data()
