@@ -110,3 +110,21 @@ std::vector<Seed> replySeeds(const std::vector<Reply>& replies);
     {                                                                        \
         return vdifuzz::runReply(vdiFuzzTable(), data, size);                \
     }
+
+// A believable desktop and pool in text form, for the seeds of the families whose replies carry them.
+#define VDI_FUZZ_VM                                                                                       \
+    "vm_id: 1001 vm_name: \"office-001\" vm_status: \"running\" vm_is_used: \"1\" ip_list: \"10.10.1.11\" " \
+    "os_type: 0 os_version: \"Windows 10 Enterprise\" is_port_enable: 1 vmUuid: \"5f0c2d4e-office-001\" "    \
+    "domain_name: \"vdi.local\" address_list { mac: \"52:54:00:0a:01:0b\" ip_list: \"10.10.1.11\" } "       \
+    "extend_op { shudown: 1 reboot: 1 power_off: 1 disconnection: 1 client_ctrl_alt_del: 1 snapshot: 1 } " \
+    "control_policy { share_policy { clipboard: 1 printers: 1 } usb_policy { enable: 1 policy_list: "      \
+    "\"0781:5567\" } watermark_policy { enable: 1 color: \"ff0000\" font_size: 14 transparent: 20 "         \
+    "user_define: \"Desktop Watermark\" rotation_angle: 30 } reconnection_network_time: 60 }"
+
+#define VDI_FUZZ_POOL                                                                                     \
+    "id: 101 name: \"Office desktops\" status: 1 type: 1 vm_os_version: \"Windows 10 Enterprise\" "        \
+    "vm_os_type: 0 resource_name: \"cluster-a\" pool_expire_time: 0 extend_op { shudown: 1 reboot: 1 } "   \
+    "vm_list { vm_id: 1001 vm_name: \"office-001\" vm_status: \"running\" vmUuid: \"5f0c2d4e-office-001\" " \
+    "os_version: \"Windows 10 Enterprise\" vm_expire_time: 4294967293 address_list { mac: "                \
+    "\"52:54:00:0a:01:0b\" ip_list: \"10.10.1.11\" } snapshot_list { name: \"before-update\" "              \
+    "description: \"Taken before the monthly update\" } }"
