@@ -282,15 +282,73 @@ std::unique_ptr<vdifake::ScenarioServer> serveBuiltInDeployment(const QString& m
 
 } // namespace vditest
 
-bool vditest::shellFindsIn(const QString& dir, const QStringList& tools)
+vditest::FakeTools::FakeTools(const QMap<QString, QString>& bodies) : m_tools(bodies.keys()), m_oldPath(qgetenv("PATH"))
 {
+    const QString dir = m_dir.path();
+    if (!m_dir.isValid() || dir.contains(QLatin1Char('\'')) || dir.contains(QLatin1Char(':')))
+        return;
+    // Each call appends its arguments, each ended by US, and then RS to <tool>.calls.
+    const QString record = QStringLiteral("for a in \"$@\"; do printf '%s\\037' \"$a\"; done >> '%1/%2.calls'\n"
+                                          "printf '\\036' >> '%1/%2.calls'\n");
+    m_written = true;
+    for (auto it = bodies.begin(); it != bodies.end(); ++it) {
+        QFile file(m_dir.filePath(it.key()));
+        QString body = it.value();
+        body.replace(QLatin1String("@DIR@"), dir);
+        m_written = m_written && file.open(QIODevice::WriteOnly)
+                    && file.write(("#!/bin/sh\n" + record.arg(dir, it.key()) + body + "\nexit 0\n").toUtf8()) > 0;
+        file.close();
+        m_written = m_written && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    qputenv("PATH", QFile::encodeName(dir) + ':' + m_oldPath);
+}
+
+vditest::FakeTools::~FakeTools()
+{
+    qputenv("PATH", m_oldPath);
+}
+
+bool vditest::FakeTools::ready() const
+{
+    if (!m_written)
+        return false;
     QStringList commands, expected;
-    for (const QString& tool : tools) {  // dash's `command -v` answers for one operand only
+    for (const QString& tool : m_tools) {  // dash's `command -v` answers for one operand only
         commands << QStringLiteral("command -v ") + tool;
-        expected << QDir(dir).filePath(tool);
+        expected << m_dir.filePath(tool);
     }
     QProcess sh;
     sh.start(QStringLiteral("sh"), {QStringLiteral("-c"), commands.join(QStringLiteral("; "))});
     sh.waitForFinished(5000);
     return QString::fromUtf8(sh.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts) == expected;
+}
+
+QList<QStringList> vditest::FakeTools::calls(const QString& tool) const
+{
+    QFile file(m_dir.filePath(tool + QStringLiteral(".calls")));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QStringList records = QString::fromUtf8(file.readAll()).split(QChar(0x1e));
+    records.removeLast();
+    QList<QStringList> out;
+    for (const QString& record : qAsConst(records)) {
+        QStringList args = record.split(QChar(0x1f));
+        args.removeLast();
+        out << args;
+    }
+    return out;
+}
+
+QStringList vditest::FakeTools::callLines(const QString& tool) const
+{
+    QStringList lines;
+    for (const QStringList& args : calls(tool))
+        lines << args.join(QLatin1Char(' '));
+    return lines;
+}
+
+void vditest::FakeTools::clearCalls()
+{
+    for (const QString& tool : qAsConst(m_tools))
+        QFile::remove(m_dir.filePath(tool + QStringLiteral(".calls")));
 }

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <QList>
+#include <QMap>
 #include <QPair>
 #include <QString>
 #include <QTemporaryDir>
@@ -28,9 +29,34 @@ QString homePath();
 // "<home>/Documents", created.
 QString makeDocumentsDir();
 
-// Whether `sh` finds each of the tools in `dir` (the stand-ins a test puts first on PATH), so
-// that no test reaches a real one.
-bool shellFindsIn(const QString& dir, const QStringList& tools);
+// Stand-ins for shell tools, first on PATH while alive (PATH is restored after), so that no test
+// reaches a real `sudo`, `shutdown` or `chown`. Each records every call's arguments, then runs the
+// shell body given for it, with "@DIR@" standing for the folder of the stand-ins.
+class FakeTools
+{
+public:
+    explicit FakeTools(const QMap<QString, QString>& bodies);
+    ~FakeTools();
+    FakeTools(const FakeTools&) = delete;
+    FakeTools& operator=(const FakeTools&) = delete;
+
+    // The stand-ins are written and `sh` finds every one of them first: check before a test runs.
+    bool ready() const;
+    QString path() const { return m_dir.path(); }
+    // The arguments of each call of the tool so far, and the same as lines ("$*").
+    QList<QStringList> calls(const QString& tool) const;
+    QStringList callLines(const QString& tool) const;
+    void clearCalls();
+
+private:
+    QTemporaryDir m_dir;
+    QStringList m_tools;
+    QByteArray m_oldPath;
+    bool m_written = false;
+};
+
+// The line of the channels' rebuild after a failed call.
+const QString kRebuildLine = QStringLiteral("checked grpc server was unavailable, restart now!");
 
 // Collects every log line of every thread while alive.
 class LogCapture

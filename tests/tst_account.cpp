@@ -23,7 +23,6 @@ const std::string kIndividual = "/client.ClientCore/queryIndividualConfig";
 const std::string kLoginConfig = "/client.ClientCore/getLoginConfig";
 const std::string kCode = "/client.ClientCore/getCode";
 const std::string kBind = "/client.ClientCore/confirmQuantumBind";
-const QString kRestart = QStringLiteral("checked grpc server was unavailable, restart now!");
 
 template <class Reply>
 vdifake::Script replyWithCode(int code, const std::function<void(Reply&)>& fill = {})
@@ -418,7 +417,7 @@ void TestAccount::checkUpgradeBehindGateway()
     worker.checkUpgrade(tagUpgradeRequest());
     QCOMPARE(log.count(QStringLiteral("gateway type, no check upgrade"), QtWarningMsg), 1);
     QVERIFY(!log.contains(QStringLiteral("stub is null")));
-    QVERIFY(!log.contains(kRestart));
+    QVERIFY(!log.contains(vditest::kRebuildLine));
     QCOMPARE(spy.count(), 0);
     QCOMPARE(server->callCount(kUpgrade), 0);
 
@@ -500,7 +499,7 @@ void TestAccount::individualConfigWithoutStub()
     facade.queryIndividualConfigForVdidesktopGrpcThread();
     QVERIFY(!spy.wait(300));
     QVERIFY(log.contains(QStringLiteral("slotQueryIndividualConfigForGrpcWorker ]  stub is null."), QtCriticalMsg));
-    QVERIFY(log.contains(kRestart, QtInfoMsg));
+    QVERIFY(log.contains(vditest::kRebuildLine, QtInfoMsg));
     facade.stop();
 }
 
@@ -525,7 +524,7 @@ void TestAccount::loginOptionFailures()
     QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleQueryLoginConfig: stub is null."), QtCriticalMsg));
     QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleRequestLoginCode: stub is null."), QtCriticalMsg));
     QVERIFY(log.contains(QStringLiteral("handleCheckAndSaveLdapPasswd ]  stub is null."), QtCriticalMsg));
-    QCOMPARE(log.count(kRestart), 3);
+    QCOMPARE(log.count(vditest::kRebuildLine), 3);
     QVERIFY(!log.contains(QStringLiteral("handleQueryLoginConfig: failed")));
 
     vditest::TestServer server;
@@ -541,7 +540,7 @@ void TestAccount::loginOptionFailures()
     QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleQueryLoginConfig: failed 14")));
     QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleQueryLoginConfig ] request:\n"), QtInfoMsg));
     QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::handleQueryLoginConfig ] reply:\n"), QtInfoMsg));
-    QVERIFY(log.contains(kRestart));
+    QVERIFY(log.contains(vditest::kRebuildLine));
 }
 
 void TestAccount::quantumBind_data()
@@ -589,7 +588,7 @@ void TestAccount::quantumBind()
     QCOMPARE(reply.error.errorMsgZh, QString());
     QCOMPARE(reply.error.errorMsgEn, QString());
     QVERIFY2(log.contains(line), qPrintable(log.dump()));
-    QVERIFY(!log.contains(kRestart));
+    QVERIFY(!log.contains(vditest::kRebuildLine));
     QCOMPARE(server->callCount(kBind), withStub ? 1 : 0);
 }
 

@@ -329,7 +329,7 @@ void TestApplications::beforeAnyConnection()
     QVERIFY(!applied.wait(300));
     QVERIFY(log.contains(QStringLiteral("slotGrpcWorkerApplyRemoteApp ]  stub is null."), QtCriticalMsg));
     QVERIFY(!log.contains(QStringLiteral(" UNAVAILABLE")));
-    QVERIFY(!log.contains(QStringLiteral("restart now!")));
+    QVERIFY(!log.contains(vditest::kRebuildLine));
 
     facade.grpcThreadGetSaasAppList();
     QTRY_COMPARE(listed.count(), 1);

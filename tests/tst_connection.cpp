@@ -314,7 +314,7 @@ void TestConnection::failedCallRebuildsChannels()
 
     vditest::LogCapture log;
     worker.sendHeart(tagHeartbeatRequest());
-    QVERIFY(log.contains(QStringLiteral("checked grpc server was unavailable, restart now!"), QtInfoMsg));
+    QVERIFY(log.contains(vditest::kRebuildLine, QtInfoMsg));
     QVERIFY(probe.stub() && probe.stub() != stub);
     QVERIFY(probe.stubCommon() && probe.stubCommon() != stubCommon);
     QCOMPARE(probe.host(), QStringLiteral("127.0.0.1"));

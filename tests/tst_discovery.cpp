@@ -13,7 +13,6 @@ const std::string kGatewayInfo = "/common.CommonCore/queryGatewayInfo";
 const std::string kWhoAreYou = "/client.ClientCore/WhoAreYou";
 const std::string kQueryNodes = "/client.ClientCore/QueryNodes";
 const std::string kControllerIp = "/client.ClientCore/queryAgentUseControllerIp";
-const QString kRestart = QStringLiteral("checked grpc server was unavailable, restart now!");
 
 vdifake::Script status(grpc::StatusCode code)
 {
@@ -48,7 +47,6 @@ private slots:
     void serverTypeAnswers();
     void deviceConfigStep();
     void deviceConfigInGatewayModeWantsGatewayStub();
-    void failuresRebuildChannels();
     void controllerQueries();
     void controllerQueriesSilentOnNullStub();
     void nullStubIsNoSuccess();
@@ -218,40 +216,6 @@ void TestDiscovery::deviceConfigInGatewayModeWantsGatewayStub()
     QCOMPARE(argumentOf<bool>(spy, 1, 1), true);
 }
 
-void TestDiscovery::failuresRebuildChannels()
-{
-    vditest::TestServer server;
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    server.connect(worker);
-    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::queryControllerTypeResultForGrpcWorker);
-    vditest::LogCapture log;
-
-    server->setScript(kWhoAreYou, status(grpc::StatusCode::UNAVAILABLE));
-    auto before = probe.stub();
-    worker.onQueryControllerType(QString());
-    QVERIFY(probe.stub() != before);
-    before = probe.stub();
-    worker.onQueryControllerType(QString());
-    QVERIFY(probe.stub() != before);
-    QCOMPARE(log.count(kRestart, QtInfoMsg), 2);
-    QCOMPARE(log.count(QStringLiteral(" UNAVAILABLE"), QtInfoMsg), 2);
-    QCOMPARE(argumentOf<tagQueryControllerTypeResp>(spy, 1).error.errorCode, 14);
-
-    // A business error of a server that answers rebuilds nothing.
-    client::WhoAreYouReply reply;
-    reply.mutable_error()->set_error_code(7);
-    server->setReply(kWhoAreYou, reply);
-    before = probe.stub();
-    log.clear();
-    worker.onQueryControllerType(QString());
-    QCOMPARE(probe.stub(), before);
-    QVERIFY(!log.contains(kRestart));
-    QCOMPARE(argumentOf<bool>(spy, 2, 1), false);
-    QCOMPARE(argumentOf<tagQueryControllerTypeResp>(spy, 2).error.errorCode, 7);
-    QCOMPARE(server->callCount(kWhoAreYou), 3);  // the failed calls were not repeated
-}
-
 void TestDiscovery::controllerQueries()
 {
     vditest::TestServer server;
@@ -307,7 +271,7 @@ void TestDiscovery::controllerQueriesSilentOnNullStub()
     worker.onQueryControllerType(QStringLiteral("x"));
     QCOMPARE(typeSpy.count(), 0);
     QVERIFY(log.contains(QStringLiteral(" stub is null."), QtCriticalMsg));
-    QVERIFY(log.contains(kRestart));  // the rebuild runs all the same
+    QVERIFY(log.contains(vditest::kRebuildLine));  // the rebuild runs all the same
     QVERIFY(log.contains(QStringLiteral(" pem file could not open.")));
 
     // The other handlers answer a null stub with NOT_FOUND.
@@ -350,7 +314,7 @@ void TestDiscovery::nullStubIsNoSuccess()
     worker.onQueryControllerList(QStringLiteral("10.1.1.1"));
     QVERIFY(!listSpy.wait(100));
     QVERIFY(log.contains(QStringLiteral(" stub is null."), QtCriticalMsg));
-    QVERIFY(log.contains(kRestart));
+    QVERIFY(log.contains(vditest::kRebuildLine));
 }
 
 void TestDiscovery::gatewayListAndControllerIp()
@@ -423,7 +387,7 @@ void TestDiscovery::stopCancelsHeldCall()
     QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::stop try cancel"), QtDebugMsg));
     // The cancelled call rebuilds nothing: the thread was asked to stop first.
     QTRY_VERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::~VdiDesktopGrpcWorker")));
-    QVERIFY(!log.contains(kRestart));
+    QVERIFY(!log.contains(vditest::kRebuildLine));
 }
 
 void TestDiscovery::interruptedWorkerAnswersNothing()

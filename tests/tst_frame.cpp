@@ -13,7 +13,6 @@ namespace {
 const std::string kWhoAreYou = "/client.ClientCore/WhoAreYou";
 const std::string kUpload = "/client.ClientCore/onekeyHelpUseGateway";
 const std::string kControllerIp = "/client.ClientCore/queryAgentUseControllerIp";
-const QString kRestart = QStringLiteral("checked grpc server was unavailable, restart now!");
 const int kHeldMs = 20000;  // longer than any wait of these tests
 
 using Record = tagQueryControllerTypeResp;
@@ -188,7 +187,7 @@ void TestFrame::roads()
              criticalLine.isEmpty() ? 0 : 1);
     if (!criticalLine.isEmpty())
         QVERIFY2(log.contains(criticalLine, QtCriticalMsg), qPrintable(log.dump()));
-    QCOMPARE(log.contains(kRestart), rebuilds);
+    QCOMPARE(log.contains(vditest::kRebuildLine), rebuilds);
     QCOMPARE(server->callCount(kWhoAreYou), outcome == CallOutcome::Called ? 1 : 0);
 }
 
@@ -342,7 +341,7 @@ void TestFrame::switches()
     QCOMPARE(requestLine > serverLine, logAfterCall);
 
     QCOMPARE(call.record.error.errorCode, failureToHandler ? -1 : 14);
-    QCOMPARE(log.contains(kRestart), !failureToHandler);
+    QCOMPARE(log.contains(vditest::kRebuildLine), !failureToHandler);
     QCOMPARE(probe.stub() == stubBefore, failureToHandler);
 }
 
@@ -423,7 +422,7 @@ void TestFrame::stopBeforePublishingCancelsAtOnce()
     QVERIFY2(timer.elapsed() < kHeldMs / 4, QByteArray::number(timer.elapsed()).constData());
     QCOMPARE(call.outcome, CallOutcome::Called);
     QCOMPARE(call.status.error_code(), grpc::StatusCode::CANCELLED);
-    QVERIFY(!log.contains(kRestart));  // a stopping worker rebuilds nothing
+    QVERIFY(!log.contains(vditest::kRebuildLine));  // a stopping worker rebuilds nothing
 }
 
 namespace {

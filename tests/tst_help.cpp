@@ -20,7 +20,6 @@
 namespace {
 const std::string kHelp = "/client.ClientCore/onekeyHelp";
 const std::string kUpload = "/client.ClientCore/onekeyHelpUseGateway";
-const QStringList kFakes{"w", "sudo", "dpkg", "chown"};
 const char* const kUsersVariable = "VDI_FAKE_W_USERS";  // display users of the fake w, one a line
 const QString kVersionArgs = QStringLiteral("--admindir=/userdata/var/lib/dpkg");
 const QStringList kLogFolders{"Birchlink/log", "Oakdesk/log", "dmp", "crashreport/log", "DiskMapping"};
@@ -213,8 +212,7 @@ private slots:
     void userNameQuoted();
 
 private:
-    QList<QStringList> toolCalls(const QString& tool) const;
-    bool resolvesToFakes() const;
+    QList<QStringList> toolCalls(const QString& tool) const { return m_fakes->calls(tool); }
     QString home() const { return m_tree->path() + QStringLiteral("/u"); }
     QString userName() const { return QStringLiteral("../..") + home(); }
     QString downloads() const { return home() + QStringLiteral("/Downloads"); }
@@ -225,52 +223,38 @@ private:
     // symbolic link and a subfolder.
     void fillLatinTree(Entries& image, Entries& logs);
 
-    QTemporaryDir m_fakes;
+    std::unique_ptr<vditest::FakeTools> m_fakes;
     QScopedPointer<QTemporaryDir> m_tree;
     QString m_version3, m_version5;  // third and fifth column of the fake package list
 };
 
 void TestHelp::initTestCase()
 {
-    const QString dir = m_fakes.path();
-    QVERIFY(m_fakes.isValid() && !dir.contains('\'') && !dir.contains(':') && !dir.contains(' '));
     m_version3 = QStringLiteral("3.3.3-help%1").arg(::getpid());
     m_version5 = QStringLiteral("5.5.5-help%1").arg(::getpid());
-    // Each fake writes its arguments, each ended by US, and then RS to <tool>.calls.
-    const QString record = QStringLiteral("for a in \"$@\"; do printf '%s\\037' \"$a\"; done >> '%1/%2.calls'\n"
-                                          "printf '\\036' >> '%1/%2.calls'\n");
-    const QMap<QString, QString> bodies{
+    m_fakes = std::make_unique<vditest::FakeTools>(QMap<QString, QString>{
         {"w", QStringLiteral("echo ' 10:00:00 up 1 day,  2 users,  load average: 0.00, 0.00, 0.00'\n"
                              "echo 'USER     TTY      FROM             LOGIN@   IDLE   JCPU   PCPU WHAT'\n"
                              "echo 'remote   pts/1    198.51.100.4     09:00    1:00   0.01s  0.01s -bash'\n"
                              "printf '%s\\n' \"$%1\" | while IFS= read -r n; do\n"
                              "  [ -n \"$n\" ] && printf '%s tty7     :0               09:00    2:00m  0.10s  0.01s x\\n' \"$n\"\n"
-                             "done\n").arg(kUsersVariable)},
+                             "done").arg(kUsersVariable)},
         // Only dpkg and chown pass, and to the fakes.
-        {"sudo", QStringLiteral("case \"$1\" in dpkg|chown) t=\"$1\"; shift; exec '%1/'\"$t\" \"$@\" ;; esac\n").arg(dir)},
+        {"sudo", QStringLiteral("case \"$1\" in dpkg|chown) t=\"$1\"; shift; exec '@DIR@/'\"$t\" \"$@\" ;; esac")},
         {"dpkg", QStringLiteral("echo '||/ Name            Version      Architecture Description'\n"
                                 "echo 'ii  libfoo          1.0          amd64        foo library'\n"
                                 "echo 'ii  oakdesk-client  %1  amd64        %2 Oakdesk client'\n"
-                                "echo 'ii  oakdesk-extra   0.1          amd64        0.0.1 extras'\n")
+                                "echo 'ii  oakdesk-extra   0.1          amd64        0.0.1 extras'")
                      .arg(m_version3, m_version5)},
         {"chown", QString()},
-    };
-    for (const QString& tool : kFakes) {
-        QFile file(m_fakes.filePath(tool));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(("#!/bin/sh\n" + record.arg(dir, tool) + bodies.value(tool) + "exit 0\n").toUtf8());
-        file.close();
-        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-    }
-    qputenv("PATH", QFile::encodeName(dir) + ':' + qgetenv("PATH"));
-    QVERIFY(resolvesToFakes());
+    });
+    QVERIFY(m_fakes->ready());
 }
 
 void TestHelp::init()
 {
-    QVERIFY(resolvesToFakes());
-    for (const QString& tool : kFakes)
-        QFile::remove(m_fakes.filePath(tool + ".calls"));
+    QVERIFY(m_fakes->ready());
+    m_fakes->clearCalls();
     m_tree.reset(new QTemporaryDir);
     QVERIFY(m_tree->isValid() && !m_tree->path().contains(' ') && !m_tree->path().contains('\''));
     QVERIFY(QDir().mkpath(downloads()));
@@ -278,27 +262,6 @@ void TestHelp::init()
     QCOMPARE(QFileInfo("/home/" + userName() + "/Downloads").canonicalFilePath(),
              QFileInfo(downloads()).canonicalFilePath());
     setUsers({userName()});
-}
-
-QList<QStringList> TestHelp::toolCalls(const QString& tool) const
-{
-    QFile file(m_fakes.filePath(tool + ".calls"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QStringList calls = QString::fromUtf8(file.readAll()).split(QChar(0x1e));
-    calls.removeLast();
-    QList<QStringList> out;
-    for (const QString& call : calls) {
-        QStringList args = call.split(QChar(0x1f));
-        args.removeLast();
-        out << args;
-    }
-    return out;
-}
-
-bool TestHelp::resolvesToFakes() const
-{
-    return vditest::shellFindsIn(m_fakes.path(), kFakes);
 }
 
 QByteArray TestHelp::put(const QString& path, const QByteArray& content)
@@ -545,7 +508,7 @@ void TestHelp::packagesAsked()
     QCOMPARE(uploadTypes(bed.server), types);
     // Nobody is looked for and no tool runs when nothing is to be packaged.
     QCOMPARE(toolCalls("w").size(), types.isEmpty() ? 0 : 1);
-    for (const QString& tool : kFakes)
+    for (const char* tool : {"w", "sudo", "dpkg", "chown"})
         QVERIFY2(!types.isEmpty() || toolCalls(tool).isEmpty(), qPrintable(tool));
     QCOMPARE(filesIn(downloads()), QStringList());
 }
@@ -851,8 +814,7 @@ void TestHelp::userNameQuoted()
         sh.start("sh", {"-c", unsafeForm.arg(name)});
         QVERIFY(sh.waitForFinished(5000));
         QVERIFY(QFile::remove(pwned));
-        QFile::remove(m_fakes.filePath("sudo.calls"));
-        QFile::remove(m_fakes.filePath("chown.calls"));
+        m_fakes->clearCalls();
     }
     setUsers({name});  // two lines for two users
     QVERIFY(QDir().mkpath("/home/" + name));  // under the tree: a home of its own for each name

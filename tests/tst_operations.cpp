@@ -15,7 +15,6 @@ const std::string kRedirect = "/client.ClientCore/reportRedirectStatus";
 const std::string kVmInfo = "/client.ClientCore/queryVmDetailInfo";
 const std::string kModifyName = "/client.ClientCore/ModifyVmName";
 const std::string kDeviceInfo = "/client.ClientCore/ApplyForDeviceInfo";
-const QString kRestart = QStringLiteral("checked grpc server was unavailable, restart now!");
 const QString kOverrunLine = QStringLiteral("Query virtual machine : server not  ready try against, vmUuid");
 
 tagVmNodeInfo node(int index)
@@ -249,7 +248,7 @@ void TestOperations::overrunsWithServerInReach()
         worker.applyForVM(tagApplyForVMRequest());
         QCOMPARE(apply.at(i).at(1).toBool(), i < 4);
         QCOMPARE(apply.at(i).at(0).value<tagApplyForVMReply>().error.errorCode, 4);
-        QCOMPARE(log.count(kRestart), i < 4 ? 1 : 2);  // the fifth goes the failure way twice
+        QCOMPARE(log.count(vditest::kRebuildLine), i < 4 ? 1 : 2);  // the fifth goes the failure way twice
         QCOMPARE(log.count(QStringLiteral("Query virtual machine : server not  ready try against, vmUuid = ")), 1);
     }
     for (int i = 0; i < 5; ++i) {
@@ -257,7 +256,7 @@ void TestOperations::overrunsWithServerInReach()
         worker.applyForVMOfQuery(operation(4));
         QCOMPARE(query.at(i).at(1).toBool(), i < 4);
         QCOMPARE(query.at(i).at(0).value<tagOperateForVMReply>().error.errorCode, i < 4 ? -1 : 4);
-        QCOMPARE(log.count(kRestart), i < 4 ? 0 : 1);
+        QCOMPARE(log.count(vditest::kRebuildLine), i < 4 ? 0 : 1);
         QCOMPARE(log.count(QStringLiteral("Query virtual machine : server not  ready try against, vmUuid: ")), 1);
     }
 
@@ -392,7 +391,7 @@ void TestOperations::serverTimeoutText()
     QCOMPARE(error.errorCode, 4);
     QCOMPARE(error.errorMsgZh, text);
     QCOMPARE(log.contains(QStringLiteral("seccess to connect remote host: ")), inReach && handler != QLatin1String("query"));
-    QVERIFY(!log.contains(kRestart));  // the server answered: nothing to rebuild
+    QVERIFY(!log.contains(vditest::kRebuildLine));  // the server answered: nothing to rebuild
 }
 
 // Ids arrive as text: a 64-bit read for operateVM, an int read elsewhere, where 2^31 gives 0.

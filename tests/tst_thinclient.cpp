@@ -153,22 +153,8 @@ void TestThinClient::gatewayAsksForItsCredentials()
 // are stand-ins first on PATH.
 void TestThinClient::helpIsBusyUntilAnswered()
 {
-    QTemporaryDir fakes;
-    const QStringList tools{QStringLiteral("w"), QStringLiteral("sudo"), QStringLiteral("dpkg"), QStringLiteral("chown")};
-    for (const QString& tool : tools) {
-        QFile file(fakes.filePath(tool));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("#!/bin/sh\nexit 0\n");
-        file.close();
-        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-    }
-    const QByteArray oldPath = qgetenv("PATH");
-    qputenv("PATH", QFile::encodeName(fakes.path()) + ':' + oldPath);
-    struct RestorePath {
-        QByteArray path;
-        ~RestorePath() { qputenv("PATH", path); }
-    } restore{oldPath};
-    QVERIFY(vditest::shellFindsIn(fakes.path(), tools));
+    const vditest::FakeTools fakes({{"w", QString()}, {"sudo", QString()}, {"dpkg", QString()}, {"chown", QString()}});
+    QVERIFY(fakes.ready());
 
     const auto served = vditest::serveBuiltInDeployment(QStringLiteral("controller"));
     QVERIFY(served);

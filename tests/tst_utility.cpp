@@ -16,7 +16,6 @@
 namespace {
 const char* const kArchOutput = "VDI_FAKE_ARCH_OUTPUT";
 const char* const kDpkgSilent = "VDI_FAKE_DPKG_SILENT";
-const QStringList kFakes{"sudo", "shutdown", "dpkg", "arch"};
 
 bool isUuidText(const QString& text)
 {
@@ -58,51 +57,28 @@ private slots:
     void deviceControl();
 
 private:
-    // Arguments of each call a fake received.
-    QStringList calls(const QString& fake) const
-    {
-        QFile file(m_fakes.filePath(fake + ".args"));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        QStringList lines = QString::fromUtf8(file.readAll()).split('\n');
-        lines.removeLast();  // after the last newline
-        return lines;
-    }
-    // Whether `sh` finds each of the tools among the fakes.
-    bool resolvesToFakes(const QStringList& tools) const { return vditest::shellFindsIn(m_fakes.path(), tools); }
+    QStringList calls(const QString& fake) const { return m_fakes->callLines(fake); }
 
-    QTemporaryDir m_fakes;
+    std::unique_ptr<vditest::FakeTools> m_fakes;
 };
 
 void TestUtility::initTestCase()
 {
-    const QString dir = m_fakes.path();
-    QVERIFY(m_fakes.isValid() && !dir.contains('\'') && !dir.contains(':'));
-    // Each fake records its arguments; sudo then runs the fake of shutdown or dpkg, nothing else.
-    const QString bodies[] = {
-        QString("case \"$1\" in shutdown|dpkg) t=\"$1\"; shift; exec '%1/'\"$t\" \"$@\" ;; esac\n").arg(dir),
-        QString(),
+    // sudo runs the fake of shutdown or dpkg, nothing else.
+    m_fakes = std::make_unique<vditest::FakeTools>(QMap<QString, QString>{
+        {"sudo", "case \"$1\" in shutdown|dpkg) t=\"$1\"; shift; exec '@DIR@/'\"$t\" \"$@\" ;; esac"},
+        {"shutdown", QString()},
         // The Version line differs from the word of the Description line on purpose.
-        QString("[ -n \"$%1\" ] || printf 'Package: pinelet\\nVersion: 9.9.9\\n"
-                "Description: 3.2.1-build7 pinelet agent\\n'\n").arg(kDpkgSilent),
-        QString("printf '%s\\n' \"$%1\"\n").arg(kArchOutput),
-    };
-    for (int i = 0; i < kFakes.size(); ++i) {
-        QFile file(m_fakes.filePath(kFakes[i]));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QString("#!/bin/sh\nprintf '%s\\n' \"$*\" >> '%1.args'\n%2exit 0\n")
-                       .arg(file.fileName(), bodies[i]).toUtf8());
-        file.close();
-        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-    }
-    qputenv("PATH", QFile::encodeName(dir) + ':' + qgetenv("PATH"));
-    QVERIFY(resolvesToFakes(kFakes));
+        {"dpkg", QString("[ -n \"$%1\" ] || printf 'Package: pinelet\\nVersion: 9.9.9\\n"
+                         "Description: 3.2.1-build7 pinelet agent\\n'").arg(kDpkgSilent)},
+        {"arch", QString("printf '%s\\n' \"$%1\"").arg(kArchOutput)},
+    });
+    QVERIFY(m_fakes->ready());
 }
 
 void TestUtility::init()
 {
-    for (const QString& fake : kFakes)
-        QFile::remove(m_fakes.filePath(fake + ".args"));
+    m_fakes->clearCalls();
     qunsetenv(kArchOutput);
     qunsetenv(kDpkgSilent);
 }
@@ -382,7 +358,7 @@ void TestUtility::deviceControl()
 {
     QFETCH(bool, restart);
     QFETCH(QString, expected);
-    if (!resolvesToFakes({"sudo", "shutdown"}))
+    if (!m_fakes->ready())
         QFAIL("sudo and shutdown do not resolve to the fakes; refusing to run");
     vditest::LogCapture log;
     Utility utility;
