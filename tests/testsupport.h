@@ -2,10 +2,8 @@
 // of the facade and the worker.
 #pragma once
 
-#include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include <QList>
 #include <QMap>
@@ -102,38 +100,6 @@ std::unique_ptr<vdifake::ScenarioServer> serveBuiltInDeployment(const QString& m
 // A loopback port on which nobody listens.
 ushort unusedPort();
 
-// A TCP forwarder on 127.0.0.1 to a local port. Connections already made stay up while its
-// listening socket is closed, so that a server can be out of reach for new connections (a
-// probe) while a call already under way goes on. All members may be called from any thread.
-class TcpForwarder
-{
-public:
-    explicit TcpForwarder(ushort targetPort);
-    ~TcpForwarder();
-    TcpForwarder(const TcpForwarder&) = delete;
-    TcpForwarder& operator=(const TcpForwarder&) = delete;
-
-    ushort port() const { return m_port; }
-    // Return once new connections are refused, or accepted again on the same port.
-    void closeListener();
-    void reopenListener();
-
-private:
-    enum class Command { None, Close, Reopen, Quit };
-    void command(Command command);
-    void run();
-    bool listen();
-
-    const ushort m_target;
-    ushort m_port = 0;
-    int m_listener = -1;
-    int m_wake[2] = {-1, -1};
-    std::mutex m_mutex;
-    std::condition_variable m_done;
-    Command m_command = Command::None;
-    std::thread m_thread;
-};
-
 } // namespace vditest
 
 // Reads and drives private state of the worker for tests that must look behind the facade.
@@ -144,6 +110,8 @@ public:
 
     QString host() const { return w.m_host; }
     ushort port() const { return w.m_port; }
+    // The port that the reachability probe knocks at; the channels keep the one they were made for.
+    void setPort(ushort port) { w.m_port = port; }
     QString pemFile() const { return w.m_pemFile; }
     QString target() const { return w.m_target; }
     QString language() const { return w.m_language; }
