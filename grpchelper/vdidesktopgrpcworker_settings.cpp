@@ -39,9 +39,8 @@ bool makeOwnerOnlyFile(const QString& path)
 // or cannot hold them, nothing is made and nothing is kept.
 bool makeOwnerOnlyFolders(const QString& folder)
 {
+    // A missing home ends the walk up: it is not below itself.
     const QString home = QDir::cleanPath(QDir::homePath());
-    if (!QFileInfo(home).isDir())
-        return false;
     const QString below = home.endsWith(QLatin1Char('/')) ? home : home + QLatin1Char('/');
     QStringList missing;
     for (QString dir = QDir::cleanPath(folder); !QFileInfo::exists(dir); dir = QFileInfo(dir).path()) {
