@@ -1,7 +1,7 @@
 // Passwords, client configuration and login options: what the facade sends, the LDAP road to a
 // login, the calls with rules of their own, and the reply conversions.
 #include "testsupport.h"
-#include "wirefields.h"
+#include "fieldmap.h"
 
 #include <functional>
 
@@ -62,60 +62,9 @@ tagBaseInfo cachedIdentity()
     return base;
 }
 
-// ---- Reply conversions as tables: record member against wire field -----------------------
-
-QString shown(const QString& text) { return text; }
-QString shown(qint64 number) { return QString::number(number); }
-QString shown(int number) { return QString::number(number); }
-QString shown(bool flag) { return QLatin1String(flag ? "true" : "false"); }
-
-template <class Record>
-struct Member {
-    const char* wire;
-    std::function<QString(const Record&)> read;
-};
-
-template <class Record, class T>
-Member<Record> member(const char* wire, T Record::*field)
-{
-    return {wire, [field](const Record& record) { return shown(record.*field); }};
-}
-
-template <class Record>
-QList<Member<Record>> withError(QList<Member<Record>> members)
-{
-    members << Member<Record>{"error.error_code", [](const Record& r) { return shown(r.error.errorCode); }}
-            << Member<Record>{"error.error_msg_zh", [](const Record& r) { return r.error.errorMsgZh; }}
-            << Member<Record>{"error.error_msg_en", [](const Record& r) { return r.error.errorMsgEn; }};
-    return members;
-}
-
-// Fills every field of the message with a value of its own, converts, and compares each member
-// with its field; a field that is neither read by a member nor named as dropped is a mismatch.
-template <class Message, class Record>
-QStringList replyMismatches(void (*from)(const Message&, Record&), const QList<Member<Record>>& members,
-                            const QStringList& dropped = {})
-{
-    Message message;
-    QStringList unread = vditest::fillEverything(message);
-    Record record;
-    from(message, record);
-    QStringList mismatches;
-    for (const Member<Record>& m : members) {
-        const QString wire = QLatin1String(m.wire);
-        if (m.read(record) != vditest::wireText(message, wire))
-            mismatches << QStringLiteral("%1: record %2, wire %3").arg(wire, m.read(record), vditest::wireText(message, wire));
-        unread.removeAll(wire);
-    }
-    for (const QString& field : unread)
-        if (!dropped.contains(field))
-            mismatches << QStringLiteral("%1 is read by no member").arg(field);
-    return mismatches;
-}
-
-using Check = std::function<QStringList()>;
+using vditest::Check;
+using vditest::FieldMap;
 } // namespace
-Q_DECLARE_METATYPE(Check)
 
 class TestAccount : public QObject
 {
@@ -139,11 +88,8 @@ private slots:
     void quantumBind_data();
     void quantumBind();
     void quantumConfigIsNeverAnswered();
-    void replyConversions_data();
-    void replyConversions();
-    void loginSwitchesStandAlone_data();
-    void loginSwitchesStandAlone();
-    void defaultCheckPasswordRequest();
+    void fieldMaps_data();
+    void fieldMaps() { VDI_RUN_CHECK(); }
 };
 
 void TestAccount::initTestCase()
@@ -607,117 +553,117 @@ void TestAccount::quantumConfigIsNeverAnswered()
     facade.stop();
 }
 
-void TestAccount::replyConversions_data()
+void TestAccount::fieldMaps_data()
 {
     QTest::addColumn<Check>("check");
+    QTest::newRow("check password request") << Check([] {
+        return vditest::requestMismatches(&H::toCheckPasswordReq, vditest::withIdentity<tagCheckPasswordRequest>({}));
+    });
+    using M = tagModifyPasswordRequest;
+    QTest::newRow("modify password request") << Check([] {
+        return vditest::requestMismatches(&H::toModifyPasswordReq,
+                                          vditest::withIdentity<M>({VDI_FIELD(M, passwordNew, "password_new")}));
+    });
+    using P = tagClientReleasePasswordRequest;
+    QTest::newRow("release password request") << Check([] {
+        return vditest::requestMismatches(&H::toClientReleasePasswordReq,
+                                          FieldMap<P>{VDI_FIELD(P, clientType, "clientType")});
+    });
+    using G = tagUpgradeRequest;
+    QTest::newRow("upgrade request") << Check([] {
+        return vditest::requestMismatches(
+            &H::toUpgradeReq,
+            FieldMap<G>{VDI_FIELD(G, clientName, "client_name"), VDI_FIELD(G, clientVersion, "client_version"),
+                        VDI_FIELD(G, clientType, "client_type"), VDI_FIELD(G, osType, "os_type"),
+                        VDI_FIELD(G, cpuArch, "cpu_arch"), VDI_FIELD(G, ip, "ip"), VDI_FIELD(G, deviceId, "device_id"),
+                        VDI_FIELD(G, deviceName, "device_name"), VDI_FIELD(G, state, "state")});
+    });
+    QTest::newRow("next cloud request") << Check([] {
+        return vditest::requestMismatches(&H::toNextCloudInfoReq,
+                                          FieldMap<tagNextCloudInfoReq>{VDI_FIELD(tagNextCloudInfoReq, userId, "userId")});
+    });
+    QTest::newRow("individual config request") << Check([] {
+        using I = tagIndividualConfigReq;
+        return vditest::requestMismatches(&H::toIndividualConfigReq, FieldMap<I>{VDI_FIELD(I, type, "type")});
+    });
+    QTest::newRow("login code request") << Check([] {
+        using C = LoginCodeReq;
+        return vditest::requestMismatches(
+            &H::toLoginCodeReq,
+            vditest::withExtend(vditest::withIdentity<C>({VDI_FIELD(C, codeSource, "codeSource"),
+                                                          VDI_FIELD(C, codeType, "codeType"),
+                                                          VDI_FIELD(C, username, "username")})));
+    });
+
     using U = tagUpgradeReply;
     QTest::newRow("upgrade") << Check([] {
-        return replyMismatches(&H::fromUpgradeResq,
-                               withError<U>({member("client_version", &U::clientVersion),
-                                             member("download_type", &U::downloadType), member("url", &U::url),
-                                             member("force", &U::force), member("md5", &U::md5),
-                                             member("description", &U::description)}));
+        return vditest::replyMismatches(
+            &H::fromUpgradeResq,
+            vditest::withError<U>({VDI_FIELD(U, clientVersion, "client_version"),
+                                   VDI_FIELD(U, downloadType, "download_type"), VDI_FIELD(U, url, "url"),
+                                   VDI_FIELD(U, force, "force"), VDI_FIELD(U, md5, "md5"),
+                                   VDI_FIELD(U, description, "description")}));
     });
     using N = tagNextCloudInfoResp;
     QTest::newRow("next cloud") << Check([] {
-        return replyMismatches(&H::fromNextCloudInfoResp,
-                               withError<N>({member("serverIp", &N::serverIp), member("port", &N::port),
-                                             member("ncSize", &N::ncSize), member("enable", &N::enable)}));
+        return vditest::replyMismatches(&H::fromNextCloudInfoResp,
+                                        vditest::withError<N>({VDI_FIELD(N, serverIp, "serverIp"),
+                                                               VDI_FIELD(N, port, "port"), VDI_FIELD(N, ncSize, "ncSize"),
+                                                               VDI_FIELD(N, enable, "enable")}));
     });
     using I = tagIndividualConfigResp;
     QTest::newRow("individual config") << Check([] {
-        return replyMismatches(&H::fromIndividualConfigResp,
-                               withError<I>({member("systemName", &I::systemName), member("copyRight", &I::copyRight),
-                                             member("logoImgUrl", &I::logoImgUrl),
-                                             member("backgroundImgUrl", &I::backgroundImgUrl),
-                                             member("content", &I::content), member("createTime", &I::createTime),
-                                             member("individual", &I::individual)}),
-                               {QStringLiteral("vendor_name")});
+        return vditest::replyMismatches(
+            &H::fromIndividualConfigResp,
+            vditest::withError<I>({VDI_FIELD(I, systemName, "systemName"), VDI_FIELD(I, copyRight, "copyRight"),
+                                   VDI_FIELD(I, logoImgUrl, "logoImgUrl"),
+                                   VDI_FIELD(I, backgroundImgUrl, "backgroundImgUrl"),
+                                   VDI_FIELD(I, content, "content"), VDI_FIELD(I, createTime, "createTime"),
+                                   VDI_FIELD(I, individual, "individual")}),
+            {QStringLiteral("vendor_name")});
     });
     using E = tagApplyForEmailReply;
     QTest::newRow("mail settings") << Check([] {
-        return replyMismatches(&H::fromApplyForEmailResq,
-                               withError<E>({member("serverAddress", &E::serverAddress),
-                                             member("serverPort", &E::serverPort), member("sendName", &E::sendName),
-                                             member("sendEmail", &E::sendEmail), member("authName", &E::authName),
-                                             member("authPaw", &E::authPaw)}));
+        return vditest::replyMismatches(
+            &H::fromApplyForEmailResq,
+            vditest::withError<E>({VDI_FIELD(E, serverAddress, "serverAddress"),
+                                   VDI_FIELD(E, serverPort, "serverPort"), VDI_FIELD(E, sendName, "sendName"),
+                                   VDI_FIELD(E, sendEmail, "sendEmail"), VDI_FIELD(E, authName, "authName"),
+                                   VDI_FIELD(E, authPaw, "authPaw")}));
     });
     using R = tagClientReleasePasswordReply;
     QTest::newRow("release password") << Check([] {
-        return replyMismatches(&H::fromClientReleasePasswordResq, withError<R>({member("password", &R::password)}),
-                               {QStringLiteral("enable")});
+        return vditest::replyMismatches(&H::fromClientReleasePasswordResq,
+                                        vditest::withError<R>({VDI_FIELD(R, password, "password")}),
+                                        {QStringLiteral("enable")});
     });
     QTest::newRow("modify password") << Check([] {
-        return replyMismatches(&H::fromModifyPasswordResq, withError<tagModifyPasswordReply>({}));
+        return vditest::replyMismatches(&H::fromModifyPasswordResq, vditest::withError<tagModifyPasswordReply>({}));
     });
     QTest::newRow("check password") << Check([] {
-        return replyMismatches(&H::fromCheckPasswordResq, withError<tagCheckPasswordResp>({}));
+        return vditest::replyMismatches(&H::fromCheckPasswordResq, vditest::withError<tagCheckPasswordResp>({}));
     });
     using C = LoginConfigResp;
     QTest::newRow("login config") << Check([] {
-        return replyMismatches(
+        return vditest::replyMismatches(
             &H::fromLoginConfigResp,
-            withError<C>({member("timeout", &C::timeout), member("ticket", &C::ticket), member("url", &C::url),
-                          member("oakdeskIp", &C::oakdeskIp), member("enableJjtLogin", &C::enableJjtLogin),
-                          member("enableThirdPartyLogin", &C::enableThirdPartyLogin),
-                          member("enableWechatEnterpriseLogin", &C::enableWechatEnterpriseLogin),
-                          member("enableFaceLogin", &C::enableFaceLogin), member("enableSmsLogin", &C::enableSmsLogin),
-                          member("enableDingtalkLogin", &C::enableDingtalkLogin)}));
+            vditest::withError<C>({VDI_FIELD(C, timeout, "timeout"), VDI_FIELD(C, ticket, "ticket"),
+                                   VDI_FIELD(C, url, "url"), VDI_FIELD(C, oakdeskIp, "oakdeskIp"),
+                                   VDI_FIELD(C, enableJjtLogin, "enableJjtLogin"),
+                                   VDI_FIELD(C, enableThirdPartyLogin, "enableThirdPartyLogin"),
+                                   VDI_FIELD(C, enableWechatEnterpriseLogin, "enableWechatEnterpriseLogin"),
+                                   VDI_FIELD(C, enableFaceLogin, "enableFaceLogin"),
+                                   VDI_FIELD(C, enableSmsLogin, "enableSmsLogin"),
+                                   VDI_FIELD(C, enableDingtalkLogin, "enableDingtalkLogin")}));
     });
     using L = LoginCodeResp;
     QTest::newRow("login code") << Check([] {
-        return replyMismatches(&H::fromLoginCodeResp,
-                               withError<L>({member("codeSource", &L::codeSource), member("codeType", &L::codeType),
-                                             member("qrcodeUrl", &L::qrcodeUrl), member("ticket", &L::ticket)}));
+        return vditest::replyMismatches(&H::fromLoginCodeResp,
+                                        vditest::withError<L>({VDI_FIELD(L, codeSource, "codeSource"),
+                                                               VDI_FIELD(L, codeType, "codeType"),
+                                                               VDI_FIELD(L, qrcodeUrl, "qrcodeUrl"),
+                                                               VDI_FIELD(L, ticket, "ticket")}));
     });
-}
-
-void TestAccount::replyConversions()
-{
-    QFETCH(Check, check);
-    const QStringList mismatches = check();
-    QVERIFY2(mismatches.isEmpty(), qPrintable(mismatches.join(QLatin1Char('\n'))));
-}
-
-void TestAccount::loginSwitchesStandAlone_data()
-{
-    QTest::addColumn<QString>("wire");
-    for (const char* name : {"enableJjtLogin", "enableThirdPartyLogin", "enableWechatEnterpriseLogin",
-                             "enableFaceLogin", "enableSmsLogin", "enableDingtalkLogin"})
-        QTest::newRow(name) << QString::fromLatin1(name);
-}
-
-// One switch on the wire turns on its own member and no other.
-void TestAccount::loginSwitchesStandAlone()
-{
-    QFETCH(QString, wire);
-    client::LoginConfigResp message;
-    const auto* field = message.GetDescriptor()->FindFieldByName(wire.toStdString());
-    QVERIFY(field);
-    message.GetReflection()->SetBool(&message, field, true);
-    LoginConfigResp record;
-    H::fromLoginConfigResp(message, record);
-    const QList<QPair<QString, bool>> members{
-        {QStringLiteral("enableJjtLogin"), record.enableJjtLogin},
-        {QStringLiteral("enableThirdPartyLogin"), record.enableThirdPartyLogin},
-        {QStringLiteral("enableWechatEnterpriseLogin"), record.enableWechatEnterpriseLogin},
-        {QStringLiteral("enableFaceLogin"), record.enableFaceLogin},
-        {QStringLiteral("enableSmsLogin"), record.enableSmsLogin},
-        {QStringLiteral("enableDingtalkLogin"), record.enableDingtalkLogin},
-    };
-    for (const auto& m : members)
-        QVERIFY2(m.second == (m.first == wire), qPrintable(m.first));
-}
-
-void TestAccount::defaultCheckPasswordRequest()
-{
-    client::CheckPasswordReq message;
-    H::toCheckPasswordReq(tagCheckPasswordRequest(), message);
-    QVERIFY(message.has_client_base_info());
-    QCOMPARE(message.client_base_info().vm_id(), int64_t(-1));
-    QCOMPARE(message.client_base_info().computer_type(), -1);
-    QCOMPARE(message.client_base_info().name(), std::string());
-    QCOMPARE(message.client_base_info().password(), std::string());
 }
 
 VDI_TEST_MAIN(TestAccount)

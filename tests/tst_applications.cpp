@@ -2,6 +2,7 @@
 // receives, the rules of the remote application's policy and of the share-terminal list, and
 // requests made before any connection.
 #include "testsupport.h"
+#include "fieldmap.h"
 
 #include <algorithm>
 
@@ -66,6 +67,8 @@ private slots:
     void shareTerminalList_data();
     void shareTerminalList();
     void beforeAnyConnection();
+    void fieldMaps_data();
+    void fieldMaps() { VDI_RUN_CHECK(); }
 };
 
 void TestApplications::init()
@@ -335,6 +338,126 @@ void TestApplications::beforeAnyConnection()
     QTRY_COMPARE(listed.count(), 1);
     QCOMPARE(listed.at(0).at(1).toBool(), false);
     facade.stop();
+}
+
+void TestApplications::fieldMaps_data()
+{
+    using H = VdiDesktopGrpcHelper;
+    using vditest::Check;
+    using vditest::FieldMap;
+    QTest::addColumn<Check>("check");
+    QTest::newRow("remote app request") << Check([] {
+        using R = tagRemoteAppApplyReq;
+        return vditest::requestMismatches(&H::toApplyRemoteAppReq,
+                                          FieldMap<R>{VDI_FIELD(R, userName, "userName"),
+                                                      VDI_FIELD(R, displayName, "displayName"),
+                                                      VDI_FIELD(R, domain, "domain")});
+    });
+    QTest::newRow("saas list request") << Check([] {
+        return vditest::requestMismatches<tagSaasListReq, client::ClientBaseInfo>(
+            &H::toSaasAppListReq, vditest::withIdentity<tagSaasListReq>({}, QString()));
+    });
+    using S = tagSaasAppReq;
+    QTest::newRow("saas app request") << Check([] {
+        return vditest::requestMismatches(
+            &H::toSaasAppReq,
+            vditest::withIdentity<S>({VDI_FIELD(S, appInfo.appName, "saasAppInfo.appName"),
+                                      VDI_FIELD(S, appInfo.appAddress, "saasAppInfo.appAddress"),
+                                      VDI_FIELD(S, appInfo.iconUrl, "saasAppInfo.iconUrl"),
+                                      VDI_FIELD(S, appInfo.ssoProtocol, "saasAppInfo.ssoProtocol")},
+                                     QStringLiteral("clientBaseInfo")));
+    });
+    QTest::newRow("share terminals request") << Check([] {
+        using R = tagShareTerminalInfoRequest;
+        return vditest::requestMismatches(&H::toShareTerminalInfoReq,
+                                          FieldMap<R>{VDI_FIELD(R, deviceId, "device_id")});
+    });
+    QTest::newRow("hand over request") << Check([] {
+        using R = tagTransDesk2ShareTerminalRequest;
+        return vditest::requestMismatches(&H::toTransDesk2ShareTerminalReq,
+                                          FieldMap<R>{VDI_FIELD(R, deviceId, "device_id"),
+                                                      VDI_FIELD(R, vmUuid, "vm_uuid"),
+                                                      VDI_FIELD(R, dstDeviceId, "dst_device_id"),
+                                                      VDI_FIELD(R, vdpFileData, "vdp_file_data")});
+    });
+    QTest::newRow("share terminal login request") << Check([] {
+        using R = tagLoginOakdeskShareTerminalRequest;
+        return vditest::requestMismatches(&H::toLoginOakdeskTerminalReq,
+                                          FieldMap<R>{VDI_FIELD(R, deviceId, "device_id"),
+                                                      VDI_FIELD(R, userName, "userName"),
+                                                      VDI_FIELD(R, password, "password")});
+    });
+
+    QTest::newRow("remote app list reply") << Check([] {
+        using R = tagRemoteAppListResp;
+        using E = tagRemoteAppInfo;
+        FieldMap<R> map = vditest::withError<R>({});
+        vditest::addList(map, FieldMap<E>{VDI_FIELD(E, iconUrl, "iconUrl"), VDI_FIELD(E, displayName, "displayName")},
+                         QStringLiteral("appList"), QStringLiteral("app_list"), [](R& r) -> QList<E>& { return r.appList; });
+        return vditest::replyMismatches(&H::fromRemoteAppListResp, map, {QStringLiteral("app_list.type")});
+    });
+    QTest::newRow("remote app reply") << Check([] {
+        using R = tagRemoteAppApplyResp;
+        FieldMap<R> map = vditest::withError<R>({VDI_FIELD(R, appId, "appId"), VDI_FIELD(R, fullAddress, "fullAddress"),
+                                                 VDI_FIELD(R, iconUrl, "iconUrl"), VDI_FIELD(R, displayName, "displayName"),
+                                                 VDI_FIELD(R, alias, "alias")});
+        // The reconnection time of an application's policy is not read.
+        FieldMap<tagControlPolicy> policy = vditest::controlPolicyMap();
+        for (auto& field : policy) {
+            if (field.member == QLatin1String("reconnectionNetworkTime"))
+                field.wire.clear();
+        }
+        vditest::addPart(map, policy, QStringLiteral("controlPolicy."), QStringLiteral("control_policy."),
+                         [](R& r) -> tagControlPolicy& { return r.controlPolicy; });
+        return vditest::replyMismatches(&H::fromRemoteAppApplyResp, map,
+                                        {QStringLiteral("control_policy.reconnection_network_time")});
+    });
+    using E = tagSaasAppInfo;
+    static const FieldMap<E> saasApp{VDI_FIELD(E, iconUrl, "iconUrl"), VDI_FIELD(E, appName, "appName"),
+                                     VDI_FIELD(E, appAddress, "appAddress"), VDI_FIELD(E, description, "description"),
+                                     VDI_FIELD(E, ssoProtocol, "ssoProtocol")};
+    QTest::newRow("saas list reply") << Check([] {
+        using R = tagSaasAppListResp;
+        FieldMap<R> map = vditest::withError<R>({});
+        vditest::addList(map, saasApp, QStringLiteral("appList"), QStringLiteral("app_list"),
+                         [](R& r) -> QList<E>& { return r.appList; });
+        return vditest::replyMismatches(&H::fromSaasAppListResp, map);
+    });
+    QTest::newRow("saas app reply") << Check([] {
+        using R = tagSaasAppResp;
+        FieldMap<R> map = vditest::withError<R>({});
+        vditest::addPart(map, saasApp, QStringLiteral("appInfo."), QString(), [](R& r) -> E& { return r.appInfo; });
+        for (auto& field : map) {
+            if (field.member.startsWith(QLatin1String("appInfo.")))
+                field.wire.clear();  // the request's, echoed by the handler
+        }
+        return vditest::replyMismatches(&H::fromSaasAppResp, map);
+    });
+    QTest::newRow("share terminals reply") << Check([] {
+        using R = tagShareTerminalInfoReply;
+        using T = tagShareTerminalInfo;
+        FieldMap<R> map = vditest::withError<R>({});
+        vditest::addList(map,
+                         FieldMap<T>{VDI_FIELD(T, deviceId, "device_id"),
+                                     VDI_FIELD(T, terminalShareName, "terminal_share_name")},
+                         QStringLiteral("terminalList"), QStringLiteral("terminal_list"),
+                         [](R& r) -> QList<T>& { return r.terminalList; });
+        return vditest::replyMismatches(&H::fromShareTerminalInfoResp, map);
+    });
+    QTest::newRow("hand over reply") << Check([] {
+        using R = tagTransDesk2ShareTerminalReply;
+        return vditest::replyMismatches(&H::fromeTransDesk2ShareTerminalResp,
+                                        FieldMap<R>{VDI_FIELD(R, error.errorCode, "error_code"),
+                                                    VDI_FIELD(R, error.errorMsgZh, "error_msg_zh"),
+                                                    VDI_FIELD(R, error.errorMsgEn, "error_msg_en")});
+    });
+    QTest::newRow("share terminal login reply") << Check([] {
+        using R = tagLoginOakdeskShareTerminalReply;
+        return vditest::replyMismatches(&H::fromLoginOakdeskTerminalReq,
+                                        FieldMap<R>{VDI_FIELD(R, error.errorCode, "error_code"),
+                                                    VDI_FIELD(R, error.errorMsgZh, "error_msg_zh"),
+                                                    VDI_FIELD(R, error.errorMsgEn, "error_msg_en")});
+    });
 }
 
 VDI_TEST_MAIN(TestApplications)

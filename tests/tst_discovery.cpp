@@ -1,5 +1,6 @@
 // The handler frame, through the server discovery handlers, against the TLS fake server.
 #include "testsupport.h"
+#include "fieldmap.h"
 
 #include <QProcess>
 #include <QThread>
@@ -55,6 +56,8 @@ private slots:
     void interruptedWorkerAnswersNothing();
     void facadeRoundTrip();
     void noInterfaceGivesEmptyTexts();
+    void fieldMaps_data();
+    void fieldMaps() { VDI_RUN_CHECK(); }
 };
 
 void TestDiscovery::initTestCase()
@@ -470,6 +473,72 @@ void TestDiscovery::noInterfaceGivesEmptyTexts()
         QVERIFY(text.isEmpty() && !text.isNull());
     }
     QCOMPARE(spy.at(0).at(2).toBool(), false);
+}
+
+void TestDiscovery::fieldMaps_data()
+{
+    using H = VdiDesktopGrpcHelper;
+    using vditest::Check;
+    using vditest::FieldMap;
+    QTest::addColumn<Check>("check");
+    QTest::newRow("device config request") << Check([] {
+        using R = tagDeviceConfigInfoReq;
+        return vditest::requestMismatches(&H::toDeviceConfigInfoReq,
+                                          FieldMap<R>{VDI_FIELD(R, ip, "ip"), VDI_FIELD(R, mac, "mac"),
+                                                      VDI_FIELD(R, deviceId, "deviceId")});
+    });
+    QTest::newRow("device config reply") << Check([] {
+        using R = tagDeviceConfigInfoResp;
+        return vditest::replyMismatches(&H::fromDeviceConfigInfoResp,
+                                        vditest::withError<R>({VDI_FIELD(R, authType, "authType"),
+                                                               VDI_FIELD(R, serverArch, "serverArch"),
+                                                               VDI_FIELD(R, displayType, "displayType"),
+                                                               VDI_FIELD(R, rememberPassword, "rememberPassword"),
+                                                               VDI_FIELD(R, outId, "outId")}),
+                                        {QStringLiteral("spareIp")});
+    });
+    QTest::newRow("gateway list reply") << Check([] {
+        using R = tagGatewayInfoResp;
+        using E = tagGatewayInfo;
+        FieldMap<R> map = vditest::withError<R>({});
+        vditest::addList(map,
+                         FieldMap<E>{VDI_FIELD(E, name, "name"), VDI_FIELD(E, description, "description"),
+                                     VDI_FIELD(E, type, "type"), VDI_FIELD(E, domain, "domain"),
+                                     VDI_FIELD(E, publicIp, "public_ip"), VDI_FIELD(E, vdpPort, "VDP_port"),
+                                     VDI_FIELD(E, rdpPort, "RDP_port")},
+                         QStringLiteral("gatewayList"), QStringLiteral("gateway_list"),
+                         [](R& r) -> QList<E>& { return r.gatewayList; });
+        return vditest::replyMismatches(&H::fromGatewayInfoResp, map);
+    });
+    QTest::newRow("controller list reply") << Check([] {
+        using R = tagQureyControllerListResp;
+        using E = tagResourceInfo;
+        FieldMap<R> map = vditest::withError<R>({});
+        vditest::addList(map,
+                         FieldMap<E>{VDI_FIELD(E, id, "id"), VDI_FIELD(E, name, "name"),
+                                     VDI_FIELD(E, details, "details"), VDI_FIELD(E, ip, "ip"),
+                                     VDI_FIELD(E, status, "status"), VDI_FIELD(E, platEdition, "platEdition"),
+                                     VDI_FIELD(E, country, "country"), VDI_FIELD(E, province, "province"),
+                                     VDI_FIELD(E, city, "city"), VDI_FIELD(E, district, "district"),
+                                     VDI_FIELD(E, orgName, "orgName"), VDI_FIELD(E, gateway, "gateway"),
+                                     VDI_FIELD(E, port, "port")},
+                         QStringLiteral("resourceList"), QStringLiteral("resourceInfo_list"),
+                         [](R& r) -> QList<E>& { return r.resourceList; });
+        return vditest::replyMismatches(+[](const client::ResourceList& message, R& reply) {
+            client::ResourceList copy = message;  // the conversion takes it by reference
+            H::fromQureyControllerListResp(copy, reply);
+        }, map);
+    });
+    QTest::newRow("controller type reply") << Check([] {
+        using R = tagQueryControllerTypeResp;
+        return vditest::replyMismatches(&H::fromQueryControllerType, vditest::withError<R>({VDI_FIELD(R, name, "name")}));
+    });
+    QTest::newRow("desktop's controller reply") << Check([] {
+        using R = tagVmControllerIpResp;
+        return vditest::replyMismatches(&H::fromQueryVmControllerIpResq,
+                                        vditest::withError<R>({VDI_FIELD(R, ip, "ip"), VDI_FIELD(R, port, "port"),
+                                                               VDI_FIELD(R, domainName, "domain_name")}));
+    });
 }
 
 VDI_TEST_MAIN(TestDiscovery)

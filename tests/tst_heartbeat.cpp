@@ -1,5 +1,6 @@
 // The heartbeat: its flag rule, its timer and the facade's record.
 #include "testsupport.h"
+#include "fieldmap.h"
 
 #include <algorithm>
 
@@ -21,6 +22,8 @@ private slots:
     void nullStubFailsAndStartsNoTimer();
     void timer();
     void facadeRecord();
+    void fieldMaps_data();
+    void fieldMaps() { VDI_RUN_CHECK(); }
 };
 
 void TestHeartbeat::initTestCase()
@@ -180,6 +183,21 @@ void TestHeartbeat::facadeRecord()
     QVERIFY(log.contains(QStringLiteral("package request:\n"), QtInfoMsg));
     QVERIFY(!log.contains(QStringLiteral("s3cr3t-p4ss")));  // the request log is redacted
     facade.stop();
+}
+
+void TestHeartbeat::fieldMaps_data()
+{
+    using H = VdiDesktopGrpcHelper;
+    using vditest::Check;
+    QTest::addColumn<Check>("check");
+    QTest::newRow("request") << Check([] {
+        using R = tagHeartbeatRequest;
+        return vditest::requestMismatches(
+            &H::toHeartBeatReq, vditest::withExtend(vditest::withIdentity<R>({VDI_FIELD(R, vmIp, "vm_ip")})));
+    });
+    QTest::newRow("reply") << Check([] {
+        return vditest::replyMismatches(&H::fromHeartbeatResq, vditest::withError<tagHeartbeatReply>({}));
+    });
 }
 
 VDI_TEST_MAIN(TestHeartbeat)

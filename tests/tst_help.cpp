@@ -3,6 +3,7 @@
 // are fakes first on PATH, and the login user's home is a tree in a temporary folder of the test:
 // the fake `w` names the user "../../<tree>/u", so that "/home/<user>/..." lands inside it.
 #include "testsupport.h"
+#include "fieldmap.h"
 
 #include <unistd.h>
 
@@ -226,6 +227,8 @@ private:
     std::unique_ptr<vditest::FakeTools> m_fakes;
     QScopedPointer<QTemporaryDir> m_tree;
     QString m_version3, m_version5;  // third and fifth column of the fake package list
+    void fieldMaps_data();
+    void fieldMaps() { VDI_RUN_CHECK(); }
 };
 
 void TestHelp::initTestCase()
@@ -826,6 +829,27 @@ void TestHelp::userNameQuoted()
     QCOMPARE(toolCalls("chown"), QList<QStringList>({args, args}));
     QCOMPARE(toolCalls("w").size(), 1);
     QVERIFY(!QFile::exists(pwned));
+}
+
+void TestHelp::fieldMaps_data()
+{
+    using H = VdiDesktopGrpcHelper;
+    using vditest::Check;
+    QTest::addColumn<Check>("check");
+    QTest::newRow("request") << Check([] {
+        using R = tagOneKeyHelpInfoRequest;
+        return vditest::requestMismatches(
+            &H::toOneKeyHelpReq,
+            vditest::FieldMap<R>{VDI_FIELD(R, userMac, "userMac"), VDI_FIELD(R, realName, "realName"),
+                                 VDI_FIELD(R, phoneNumber, "phoneNumber"), VDI_FIELD(R, email, "email"),
+                                 VDI_FIELD(R, problemType, "problemType"), VDI_FIELD(R, problemDesc, "problemDesc"),
+                                 VDI_FIELD(R, getLog, "getLog"), VDI_FIELD(R, screenShotUrl, "screenShotUrl"),
+                                 VDI_FIELD(R, ip, "ip"), VDI_FIELD(R, vmIp, "vmIp")});
+    });
+    QTest::newRow("reply") << Check([] {
+        using R = tagOneKeyHelpInfoReply;
+        return vditest::replyMismatches(&H::fromOneKeyHelpResq, vditest::withError<R>({VDI_FIELD(R, taskId, "taskId")}));
+    });
 }
 
 VDI_TEST_MAIN(TestHelp)

@@ -1,5 +1,6 @@
 // Login, direct and through the access gateway, as the TLS test server receives it.
 #include "testsupport.h"
+#include "fieldmap.h"
 
 #include <QDir>
 #include <QFile>
@@ -64,7 +65,9 @@ private slots:
     void gatewayEmptyCredentials();
     void gatewayCheckFailureGoesStraightOn();
     void gatewayStubMissing();
-    void controllerStubMissing();
+    void fieldMaps_data();
+    void fieldMaps() { VDI_RUN_CHECK(); }
+    void extraPoolsFollowMarked();
 
 private:
     // A worker in gateway mode, connected to the server, on the test thread.
@@ -434,17 +437,69 @@ void TestLogin::gatewayStubMissing()
     QCOMPARE(server->callCount(kLogin), 0);
 }
 
-void TestLogin::controllerStubMissing()
+void TestLogin::fieldMaps_data()
 {
-    VdiDesktopGrpcWorker worker;  // direct deployment, never connected
-    QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::loginResult);
-    vditest::LogCapture log;
-    worker.login(tagLoginRequest());
-    QCOMPARE(spy.count(), 1);
-    QCOMPARE(spy.at(0).at(1).toBool(), false);
-    QCOMPARE(spy.at(0).at(0).value<tagLoginReply>().error.errorCode, 5);
-    QVERIFY(log.contains(QStringLiteral(" stub is null."), QtCriticalMsg));
-    QVERIFY(!log.contains(QStringLiteral("seccess to connect remote host")));
+    using H = VdiDesktopGrpcHelper;
+    using vditest::Check;
+    QTest::addColumn<Check>("check");
+    QTest::newRow("request") << Check([] {
+        tagLoginRequest request;
+        request.reserved = QStringLiteral("never sent");
+        return vditest::requestMismatches(&H::toLoginReq, vditest::withExtend(vditest::withIdentity<tagLoginRequest>({})),
+                                          request);
+    });
+    QTest::newRow("reply") << Check([] {
+        using L = tagLoginReply;
+        vditest::FieldMap<L> map = vditest::withError<L>({
+            VDI_FIELD(L, domain, "domain"),
+            VDI_FIELD(L, netBIOS, "netBIOS"),
+            VDI_FIELD(L, updateInterval, "update_interval"),
+            VDI_FIELD(L, startTimeout, "start_timeout"),
+            VDI_FIELD(L, authType, "auth_type"),
+            VDI_FIELD(L, name, "name"),
+            VDI_FIELD(L, password, "password"),
+            VDI_FIELD(L, dueDate, "due_date"),
+            VDI_FIELD(L, userExpireTime, "user_expire_time"),
+            VDI_FIELD(L, userId, "user_id"),
+            VDI_FIELD(L, smsAuthIsReLogin, "smsAuthIsReLogin"),
+            VDI_FIELD(L, smsTimout, "smsTimout"),
+            VDI_FIELD(L, isOpenldap, "isOpenldap"),
+            VDI_FIELD(L, headShot, "headShot"),
+            VDI_FIELD(L, userLoginName, "userLoginName"),
+            VDI_FIELD(L, userPassword, "userPassword"),
+            VDI_FIELD(L, spmIdBinding, "spmIdBinding"),
+        });
+        // The pools, then the extra pools, which are marked as such.
+        const auto pools = [](L& r) -> QList<tagPoolInfo>& { return r.poolList; };
+        vditest::addList(map, vditest::poolMap(), QStringLiteral("poolList"), QStringLiteral("pool_list"), pools);
+        vditest::FieldMap<tagPoolInfo> extra = vditest::poolMap();
+        extra.erase(std::remove_if(extra.begin(), extra.end(),
+                                   [](const auto& field) { return field.member == QLatin1String("isExPool"); }),
+                    extra.end());
+        vditest::addList(map, extra, QStringLiteral("poolList"), QStringLiteral("ex_pool_list"), pools, 2);
+        return vditest::replyMismatches(&H::fromLoginResp, map,
+                                        {QStringLiteral("idvUsbPolicy."), QStringLiteral("userGroupId"),
+                                         QStringLiteral("web_app_set."), QStringLiteral("use_gateway"),
+                                         QStringLiteral("pool_list.authDevice."), QStringLiteral("pool_list.imageUuid"),
+                                         QStringLiteral("pool_list.accessAccount"),
+                                         QStringLiteral("pool_list.accessPassword"),
+                                         QStringLiteral("ex_pool_list.authDevice."), QStringLiteral("ex_pool_list.imageUuid"),
+                                         QStringLiteral("ex_pool_list.accessAccount"),
+                                         QStringLiteral("ex_pool_list.accessPassword")});
+    });
+}
+
+void TestLogin::extraPoolsFollowMarked()
+{
+    client::LoginResp reply;
+    reply.add_ex_pool_list()->set_name("extra");
+    reply.add_pool_list()->set_name("first");
+    tagLoginReply converted;
+    VdiDesktopGrpcHelper::fromLoginResp(reply, converted);
+    QCOMPARE(converted.poolList.size(), 2);
+    QCOMPARE(converted.poolList[0].name, QStringLiteral("first"));
+    QVERIFY(!converted.poolList[0].isExPool);
+    QVERIFY(converted.poolList[1].isExPool);
 }
 
 VDI_TEST_MAIN(TestLogin)

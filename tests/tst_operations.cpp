@@ -1,6 +1,7 @@
 // Operations on desktops and devices: their flags and echoes, the overrun rule of the desktop
 // assignment, the server's own timeout, and what goes out on the wire.
 #include "testsupport.h"
+#include "fieldmap.h"
 
 #include <QTextCodec>
 
@@ -41,6 +42,18 @@ tagOperateForVMRequest operation(int opType)
     return request;
 }
 
+using H = VdiDesktopGrpcHelper;
+using vditest::Check;
+using vditest::FieldMap;
+
+// A request whose desktop node is filled: the node travels with the record and is never sent.
+template <class Record>
+Record withNode()
+{
+    Record record;
+    record.vmNode = node(7);
+    return record;
+}
 } // namespace
 
 class TestOperations : public QObject
@@ -63,6 +76,11 @@ private slots:
     void idsOnTheWire();
     void cachedDesktopSurvivesReports();
     void requestsOnTheWire();
+    void fieldMaps_data();
+    void fieldMaps() { VDI_RUN_CHECK(); }
+    void vmIdGoesOutAsNumber_data();
+    void vmIdGoesOutAsNumber();
+    void vmDetailsAreLogged();
 };
 
 void TestOperations::initTestCase()
@@ -491,6 +509,233 @@ void TestOperations::resultsReachTheApplication()
     QCOMPARE(applied.at(0).at(0).value<tagApplyForVMReply>().vmNode.nodeIndex, 4);
     QCOMPARE(registered.at(0).at(1).toBool(), true);
     facade.stop();
+}
+
+void TestOperations::fieldMaps_data()
+{
+    QTest::addColumn<Check>("check");
+    using O = tagOperateForVMRequest;
+    QTest::newRow("operate request") << Check([] {
+        return vditest::requestMismatches(&H::toOperateForVMReq,
+                                          vditest::withIdentity<O>({VDI_FIELD(O, opType, "op_type"),
+                                                                    VDI_FIELD(O, forceFlag, "force_flag"),
+                                                                    VDI_FIELD(O, startDomain, "start_domain"),
+                                                                    VDI_FIELD(O, port, "port")}),
+                                          withNode<O>());
+    });
+    using S = tagSnapshotRequest;
+    QTest::newRow("snapshot request") << Check([] {
+        return vditest::requestMismatches(
+            &H::toSnapshotReq,
+            vditest::withIdentity<S>({VDI_FIELD(S, opType, "op_type"), VDI_FIELD(S, name, "name"),
+                                      VDI_FIELD(S, description, "description")},
+                                     QStringLiteral("content")),
+            withNode<S>());
+    });
+    using M = tagModifyVMNameRequest;
+    QTest::newRow("rename request") << Check([] {
+        return vditest::requestMismatches(&H::toModifyVMNameReq,
+                                          vditest::withIdentity<M>({VDI_FIELD(M, vmNameNew, "vm_name_new")}),
+                                          withNode<M>());
+    });
+    using A = tagApplyForVMRequest;
+    QTest::newRow("apply request") << Check([] {
+        return vditest::requestMismatches(
+            &H::toApplyForVMReq,
+            vditest::withIdentity<A>({VDI_FIELD(A, id, "id"), VDI_FIELD(A, poolName, "pool_name"),
+                                      VDI_FIELD(A, port, "port"), VDI_FIELD(A, startDomain, "start_domain")}),
+            withNode<A>());
+    });
+    using D = tagApplyForDeviceInfoRequest;
+    QTest::newRow("device info request") << Check([] {
+        return vditest::requestMismatches(&H::toApplyForDeviceInfoReq, vditest::withIdentity<D>({}), withNode<D>());
+    });
+    using P = tagDeskTopPoolRequest;
+    QTest::newRow("pool request") << Check([] {
+        return vditest::requestMismatches(&H::toDeskTopPoolReq,
+                                          FieldMap<P>{VDI_FIELD(P, vmId, "vmId"), VDI_FIELD(P, vmUuid, "vmUuid")});
+    });
+    using Q = tagQueryVmInfoReq;
+    QTest::newRow("load figures request") << Check([] {
+        return vditest::requestMismatches(&H::toVmInfoReq,
+                                          FieldMap<Q>{VDI_FIELD(Q, vmUuid, "vmUuid"),
+                                                      VDI_FIELD(Q, deviceType, "deviceType")},
+                                          Q(), {QStringLiteral("vmId")});
+    });
+    using G = tagRegisterDeviceRequest;
+    QTest::newRow("register request") << Check([] {
+        // The record's own address and names, not the identity's, go into the message's own fields.
+        return vditest::requestMismatches(
+            &H::toRegisterDevReq,
+            vditest::withExtend(vditest::withIdentity<G>(
+                {VDI_FIELD(G, ip, "ip"), VDI_FIELD(G, mac, "mac"), VDI_FIELD(G, deviceId, "device_id"),
+                 VDI_FIELD(G, deviceName, "device_name"), VDI_FIELD(G, registerType, "register_type")})));
+    });
+    using R = tagReportSuccessRequest;
+    QTest::newRow("report request") << Check([] {
+        return vditest::requestMismatches(
+            &H::toReportSuccessReq,
+            vditest::withExtend(vditest::withIdentity<R>({VDI_FIELD(R, vmIp, "vm_ip")}, QStringLiteral("content"))),
+            withNode<R>());
+    });
+    using U = tagUSBNotifyRequest;
+    QTest::newRow("usb request") << Check([] {
+        return vditest::requestMismatches(
+            &H::toUSBNotifyReq,
+            vditest::withIdentity<U>({VDI_FIELD(U, password, "client_info.password"),
+                                      VDI_FIELD(U, readOnly, "client_info.read_only"),
+                                      VDI_FIELD(U, vmId, "target_vm.vm_id"), VDI_FIELD(U, vmUuid, "target_vm.vmUuid")}),
+            withNode<U>());
+    });
+    using T = tagRedirectStatusReust;
+    QTest::newRow("redirect request") << Check([] {
+        using E = tagRedirectStatusInfoReust;
+        FieldMap<T> map = vditest::withIdentity<T>({VDI_FIELD(T, vmUuid, "vm_uuid")});
+        vditest::addList(map,
+                         FieldMap<E>{VDI_FIELD(E, redirectDeviceName, "redirect_device_name"), VDI_FIELD(E, pid, "pid"),
+                                     VDI_FIELD(E, vid, "vid"), VDI_FIELD(E, redirectDeviceType, "redirect_device_type"),
+                                     VDI_FIELD(E, subClass, "subClass"),
+                                     VDI_FIELD(E, redirectStatus, "redirect_status"),
+                                     VDI_FIELD(E, description, "description")},
+                         QStringLiteral("redirectList"), QStringLiteral("redirect_list"),
+                         [](T& r) -> QList<E>& { return r.redirectList; });
+        return vditest::requestMismatches(&H::toRedirectStatusReq, map);
+    });
+
+    QTest::newRow("register reply") << Check([] {
+        using Y = tagRegisterDeviceReply;
+        return vditest::replyMismatches(&H::fromRegisterDevReq,
+                                        vditest::withError<Y>({VDI_FIELD(Y, registerId, "register_id")}));
+    });
+    QTest::newRow("report reply") << Check([] {
+        using Y = tagReportSuccessReply;
+        return vditest::replyMismatches(&H::fromReportSuccessResq, vditest::withErrorAndNode<Y>({VDI_KEPT(Y, vmId)}));
+    });
+    QTest::newRow("usb reply") << Check([] {
+        return vditest::replyMismatches(&H::fromUSBNotifyResq, vditest::withErrorAndNode<tagUSBNotifyReply>({}));
+    });
+    QTest::newRow("rename reply") << Check([] {
+        using Y = tagModifyVMNameReply;
+        return vditest::replyMismatches(&H::fromModifyVMNameResq,
+                                        vditest::withErrorAndNode<Y>({VDI_KEPT(Y, vmNameNew)}));
+    });
+    QTest::newRow("void reply") << Check([] {
+        return vditest::replyMismatches(&H::fromVoidResp,
+                                        vditest::withError<tagVoidReply>({VDI_KEPT(tagVoidReply, reserved)}));
+    });
+    QTest::newRow("apply reply") << Check([] {
+        using Y = tagApplyForVMReply;
+        FieldMap<Y> map{
+            VDI_FIELD(Y, name, "name"),
+            VDI_FIELD(Y, password, "password"),
+            VDI_FIELD(Y, hostIp, "host_ip"),
+            VDI_FIELD(Y, hostIps, "host_ips"),
+            VDI_FIELD(Y, spicePassword, "spice_password"),
+            VDI_FIELD(Y, userGroup, "user_group"),
+            VDI_FIELD(Y, userNameOrDeviceName, "userNameOrDeviceName"),
+            VDI_FIELD(Y, grouplist, "grouplist"),
+            // Echoed from the request by the handler, or the application's own.
+            VDI_KEPT(Y, reservedNumber),
+            VDI_KEPT(Y, reservedText),
+            VDI_KEPT(Y, id),
+            VDI_KEPT(Y, port),
+            VDI_KEPT(Y, startDomain),
+        };
+        vditest::addPart(map, vditest::vmInfoMap(), QStringLiteral("vmInfo."), QStringLiteral("vm."),
+                         [](Y& r) -> tagVMInfo& { return r.vmInfo; });
+        return vditest::replyMismatches(&H::fromApplyForVMResp, vditest::withErrorAndNode(map));
+    });
+    QTest::newRow("operate reply") << Check([] {
+        using Y = tagOperateForVMReply;
+        FieldMap<Y> map{VDI_FIELD(Y, spicePort, "spice_port"), VDI_FIELD(Y, hostIp, "hostIp"),
+                        VDI_FIELD(Y, gatewayToken, "gatewayToken"), VDI_FIELD(Y, tlsPort, "tlsPort"),
+                        VDI_KEPT(Y, opType)};
+        vditest::addPart(map, vditest::vmInfoMap(), QStringLiteral("vmInfo."), QStringLiteral("vm."),
+                         [](Y& r) -> tagVMInfo& { return r.vmInfo; });
+        return vditest::replyMismatches(&H::fromOperateForVMResq, vditest::withErrorAndNode(map),
+                                        {QStringLiteral("isUsedGateway")});
+    });
+    QTest::newRow("recover reply") << Check([] {
+        using Y = tagRecoverVMReply;
+        return vditest::replyMismatches(&H::fromRecoverVMResq,
+                                        vditest::withErrorAndNode<Y>({VDI_FIELD(Y, vmId, "vm_id"),
+                                                                      VDI_FIELD(Y, progress, "progress"),
+                                                                      VDI_FIELD(Y, vmUuid, "vmUuid")}));
+    });
+    QTest::newRow("snapshot reply") << Check([] {
+        using Y = tagSnapshotReply;
+        using I = tagSnapshotInfo;
+        FieldMap<Y> map{VDI_KEPT(Y, vmId)};
+        vditest::addList(map, FieldMap<I>{VDI_FIELD(I, name, "name"), VDI_FIELD(I, description, "description")},
+                         QStringLiteral("snapshotList"), QStringLiteral("snapshot_list"),
+                         [](Y& r) -> QList<I>& { return r.snapshotList; });
+        return vditest::replyMismatches(&H::fromSnapshotResq, vditest::withErrorAndNode(map));
+    });
+    QTest::newRow("device info reply") << Check([] {
+        using Y = tagApplyForDeviceInfoReply;
+        using I = tagDevice;
+        FieldMap<Y> map;
+        vditest::addList(map,
+                         FieldMap<I>{VDI_FIELD(I, deviceId, "device_id"), VDI_FIELD(I, address.mac, "vm_address.mac"),
+                                     VDI_FIELD(I, address.ipList, "vm_address.ip_list")},
+                         QStringLiteral("deviceList"), QStringLiteral("device_list"),
+                         [](Y& r) -> QList<I>& { return r.deviceList; });
+        return vditest::replyMismatches(&H::fromApplyForDeviceInfoResq, vditest::withErrorAndNode(map));
+    });
+    QTest::newRow("pool reply") << Check([] {
+        using Y = tagDeskTopPoolReply;
+        FieldMap<Y> map;
+        vditest::addPart(map, vditest::poolMap(), QStringLiteral("pool."), QStringLiteral("pool."),
+                         [](Y& r) -> tagPoolInfo& { return r.pool; });
+        const QStringList dropped{
+            QStringLiteral("pool.authDevice."), QStringLiteral("pool.imageUuid"), QStringLiteral("pool.accessAccount"),
+            QStringLiteral("pool.accessPassword"), QStringLiteral("mac"), QStringLiteral("idvUsbPolicy."),
+            QStringLiteral("computerName"), QStringLiteral("vmAutoLogin"), QStringLiteral("recoverUuid"),
+            QStringLiteral("createRestorePoint"), QStringLiteral("pwdOption"), QStringLiteral("fixedPwd"),
+        };
+        return vditest::replyMismatches(&H::fromDeskTopPoolResq, vditest::withError(map), dropped);
+    });
+    QTest::newRow("load figures reply") << Check([] {
+        using Y = tagQueryVmInfoResp;
+        return vditest::replyMismatches(&H::fromVmInfoResp,
+                                        vditest::withError<Y>({VDI_LOW32(Y, memSize, "memSize"),
+                                                               VDI_FIELD(Y, memRate, "memRate"),
+                                                               VDI_LOW32(Y, cpuSize, "cpuSize"),
+                                                               VDI_FIELD(Y, cpuRate, "cpuRate")}));
+    });
+}
+
+void TestOperations::vmIdGoesOutAsNumber_data()
+{
+    QTest::addColumn<QString>("vmId");
+    QTest::addColumn<int>("wire");
+    QTest::newRow("number") << QStringLiteral("42") << 42;
+    QTest::newRow("negative") << QStringLiteral("-7") << -7;
+    QTest::newRow("no number") << QStringLiteral("abc") << 0;
+    QTest::newRow("above int range") << QStringLiteral("2147483648") << 0;
+    QTest::newRow("empty") << QString() << 0;
+}
+
+void TestOperations::vmIdGoesOutAsNumber()
+{
+    QFETCH(QString, vmId);
+    QFETCH(int, wire);
+    tagQueryVmInfoReq request;
+    request.vmId = vmId;
+    client::VmReq message;
+    H::toVmInfoReq(request, message);
+    QCOMPARE(message.vmid(), wire);
+}
+
+void TestOperations::vmDetailsAreLogged()
+{
+    client::VmDetailInfoResp reply;
+    reply.set_cpurate("12%");
+    vditest::LogCapture log;
+    tagQueryVmInfoResp converted;
+    H::fromVmInfoResp(reply, converted);
+    QVERIFY(log.contains(QStringLiteral(" reply:"), QtDebugMsg));
+    QVERIFY(log.contains(QStringLiteral("12%"), QtDebugMsg));
 }
 
 VDI_TEST_MAIN(TestOperations)
