@@ -247,166 +247,140 @@ QString low32Text(const QString& wire)
 
 namespace vditest {
 
+FieldMap<tagErrorData> errorMap()
+{
+    using R = tagErrorData;
+    return {VDI_FIELD(R, errorCode, "error_code"), VDI_FIELD(R, errorMsgZh, "error_msg_zh"),
+            VDI_FIELD(R, errorMsgEn, "error_msg_en")};
+}
+
 FieldMap<tagBaseInfo> identityMap()
 {
     using R = tagBaseInfo;
-    return {VDI_FIELD(R, name, "name"),       VDI_FIELD(R, password, "password"),
-            VDI_FIELD(R, domain, "domain"),   VDI_FIELD(R, ip, "ip"),
-            VDI_FIELD(R, mac, "mac"),         VDI_FIELD(R, deviceId, "device_id"),
-            VDI_FIELD(R, deviceName, "device_name"), VDI_FIELD(R, vmId, "vm_id"),
-            VDI_FIELD(R, authType, "auth_type"),     VDI_FIELD(R, smsCode, "sms_code"),
-            VDI_FIELD(R, refreshFlag, "refresh_flag"), VDI_FIELD(R, clientType, "client_type"),
-            VDI_FIELD(R, protocolType, "protocol_type"), VDI_FIELD(R, computerType, "computer_type"),
-            VDI_FIELD(R, vmUuid, "vmUuid"),   VDI_FIELD(R, isOpenldap, "isOpenldap"),
-            VDI_FIELD(R, ticket, "ticket")};
+    return {VDI_FIELD(R, name, "name"), VDI_FIELD(R, password, "password"), VDI_FIELD(R, domain, "domain"),
+            VDI_FIELD(R, ip, "ip"), VDI_FIELD(R, mac, "mac"), VDI_FIELD(R, deviceId, "device_id"),
+            VDI_FIELD(R, deviceName, "device_name"), VDI_FIELD(R, vmId, "vm_id"), VDI_FIELD(R, authType, "auth_type"),
+            VDI_FIELD(R, smsCode, "sms_code"), VDI_FIELD(R, refreshFlag, "refresh_flag"),
+            VDI_FIELD(R, clientType, "client_type"), VDI_FIELD(R, protocolType, "protocol_type"),
+            VDI_FIELD(R, computerType, "computer_type"), VDI_FIELD(R, vmUuid, "vmUuid"),
+            VDI_FIELD(R, isOpenldap, "isOpenldap"), VDI_FIELD(R, ticket, "ticket")};
 }
 
 FieldMap<tagExtendInfo> extendMap()
 {
     using R = tagExtendInfo;
     return {VDI_FIELD(R, clientLanguage, "client_language"), VDI_FIELD(R, clientVersion, "client_version"),
-            VDI_FIELD(R, vendor, "vendor"),   VDI_FIELD(R, model, "model"),
-            VDI_FIELD(R, osType, "os_type"),  VDI_FIELD(R, osVersion, "os_version"),
-            VDI_FIELD(R, computerType, "computer_type"), VDI_FIELD(R, cpuArch, "cpu_arch"),
-            VDI_FIELD(R, pineletVersion, "pinelet_version")};
+            VDI_FIELD(R, vendor, "vendor"), VDI_FIELD(R, model, "model"), VDI_FIELD(R, osType, "os_type"),
+            VDI_FIELD(R, osVersion, "os_version"), VDI_FIELD(R, computerType, "computer_type"),
+            VDI_FIELD(R, cpuArch, "cpu_arch"), VDI_FIELD(R, pineletVersion, "pinelet_version")};
 }
 
 FieldMap<tagVMOperator> vmOperatorMap()
 {
     using R = tagVMOperator;
-    return {VDI_FIELD(R, shudown, "shudown"),
-            VDI_FIELD(R, reboot, "reboot"),
-            VDI_FIELD(R, powerOffReboot, "power_off_reboot"),
-            VDI_FIELD(R, powerOff, "power_off"),
-            VDI_FIELD(R, backHome, "back_home"),
-            VDI_FIELD(R, disconnection, "disconnection"),
-            VDI_FIELD(R, clientCtrlAltDel, "client_ctrl_alt_del"),
-            VDI_FIELD(R, logoutUser, "logout_user"),
-            VDI_FIELD(R, snapshot, "snapshot"),
-            VDI_FIELD(R, networkDetection, "network_detection"),
-            VDI_FIELD(R, interactShutdown, "interact_shutdown"),
-            VDI_FIELD(R, clientOccupy, "client_occupy"),
+    return {VDI_FIELD(R, shudown, "shudown"), VDI_FIELD(R, reboot, "reboot"),
+            VDI_FIELD(R, powerOffReboot, "power_off_reboot"), VDI_FIELD(R, powerOff, "power_off"),
+            VDI_FIELD(R, backHome, "back_home"), VDI_FIELD(R, disconnection, "disconnection"),
+            VDI_FIELD(R, clientCtrlAltDel, "client_ctrl_alt_del"), VDI_FIELD(R, logoutUser, "logout_user"),
+            VDI_FIELD(R, snapshot, "snapshot"), VDI_FIELD(R, networkDetection, "network_detection"),
+            VDI_FIELD(R, interactShutdown, "interact_shutdown"), VDI_FIELD(R, clientOccupy, "client_occupy"),
             VDI_FIELD(R, modifyName, "modify_name")};
 }
 
 FieldMap<tagControlPolicy> controlPolicyMap()
 {
     using R = tagControlPolicy;
-    FieldMap<R> map{
-        VDI_FIELD(R, drivers, "share_policy.drivers"),
-        VDI_FIELD(R, clipboard, "share_policy.clipboard"),
-        VDI_FIELD(R, rdpClipboard, "share_policy.rdp_clipboard"),
-        VDI_FIELD(R, vdpClipboard, "share_policy.vdp_clipboard"),
-        VDI_FIELD(R, printers, "share_policy.printers"),
-        VDI_FIELD(R, smartCard, "share_policy.smart_card"),
-        VDI_FIELD(R, comports, "share_policy.comports"),
-        VDI_FIELD(R, pnpDevice, "share_policy.pnp_device"),
-        VDI_FIELD(R, redirectCamera, "share_policy.redirectCamera"),
-        VDI_FIELD(R, usbEnable, "usb_policy.enable"),
-        VDI_FIELD(R, usbRedirectStorage, "usb_policy.usbRedirectStorage"),
-        VDI_FIELD(R, usbRedirectCamera, "usb_policy.usbRedirectCamera"),
-        VDI_FIELD(R, usbRedirectScanner, "usb_policy.usbRedirectScanner"),
-        VDI_FIELD(R, usbRedirectPrinter, "usb_policy.usbRedirectPrinter"),
-        VDI_FIELD(R, usbRedirectSmartCard, "usb_policy.usbRedirectSmartCard"),
-        VDI_FIELD(R, usbRedirectOther, "usb_policy.usbRedirectOther"),
-        VDI_FIELD(R, usbRedirectCommunications, "usb_policy.usbRedirectCommunications"),
-        VDI_FIELD(R, usbRedirectBridgeClass, "usb_policy.usbRedirectBridgeClass"),
-        VDI_FIELD(R, usbRedirectWirelessController, "usb_policy.usbRedirectWirelessController"),
-        VDI_FIELD(R, usbRedirectVendorSpecific, "usb_policy.usbRedirectVendorSpecific"),
-        VDI_FIELD(R, storeReadonly, "usb_policy.store_readonly"),
-        VDI_FIELD(R, policyList, "usb_policy.policy_list"),
-        VDI_FIELD(R, serialEnable, "serial_policy.enable"),
-        VDI_FIELD(R, color, "watermark_policy.color"),
-        VDI_FIELD(R, userDefine, "watermark_policy.user_define"),
-        VDI_FIELD(R, watermarkEnable, "watermark_policy.enable"),
-        VDI_FIELD(R, showIp, "watermark_policy.show_ip"),
-        VDI_FIELD(R, showMac, "watermark_policy.show_mac"),
-        VDI_FIELD(R, showTime, "watermark_policy.show_time"),
-        VDI_FIELD(R, fullScreen, "watermark_policy.full_screen"),
-        VDI_FIELD(R, fontSize, "watermark_policy.font_size"),
-        VDI_FIELD(R, transparent, "watermark_policy.transparent"),
-        VDI_FIELD(R, showUserName, "watermark_policy.show_user_name"),
-        VDI_FIELD(R, showComptName, "watermark_policy.show_compt_name"),
-        VDI_FIELD(R, rotationAngle, "watermark_policy.rotation_angle"),
-        VDI_FIELD(R, showLoginName, "watermark_policy.show_login_name"),
-        VDI_FIELD(R, showDesktopPoolName, "watermark_policy.show_desktop_pool_name"),
-        VDI_FIELD(R, showSystemName, "watermark_policy.show_system_name"),
-        VDI_FIELD(R, showPosition, "watermark_policy.show_position"),
-        VDI_FIELD(R, videoEncode, "video_policy.videoEncode"),
-        VDI_FIELD(R, spiceTls, "video_policy.spiceTls"),
-        VDI_FIELD(R, reconnectionNetworkTime, "reconnection_network_time"),
-        VDI_FIELD(R, parallelEnable, "parallel_policy.enable"),
-    };
     using P = tagMixCalProgram;
-    addList(map, FieldMap<P>{VDI_FIELD(P, name, "name"), VDI_FIELD(P, path, "path"),
-                             VDI_FIELD(P, parameter, "parameter"), VDI_FIELD(P, icon, "icon")},
-            QStringLiteral("programList"), QStringLiteral("mix_cal_policy.program_list"),
-            [](R& r) -> QList<P>& { return r.programList; });
-    return map;
+    const FieldMap<P> program{VDI_FIELD(P, name, "name"), VDI_FIELD(P, path, "path"),
+                              VDI_FIELD(P, parameter, "parameter"), VDI_FIELD(P, icon, "icon")};
+    return FieldMap<R>{
+               VDI_FIELD(R, drivers, "share_policy.drivers"), VDI_FIELD(R, clipboard, "share_policy.clipboard"),
+               VDI_FIELD(R, rdpClipboard, "share_policy.rdp_clipboard"),
+               VDI_FIELD(R, vdpClipboard, "share_policy.vdp_clipboard"),
+               VDI_FIELD(R, printers, "share_policy.printers"), VDI_FIELD(R, smartCard, "share_policy.smart_card"),
+               VDI_FIELD(R, comports, "share_policy.comports"), VDI_FIELD(R, pnpDevice, "share_policy.pnp_device"),
+               VDI_FIELD(R, redirectCamera, "share_policy.redirectCamera"),
+               VDI_FIELD(R, usbEnable, "usb_policy.enable"),
+               VDI_FIELD(R, usbRedirectStorage, "usb_policy.usbRedirectStorage"),
+               VDI_FIELD(R, usbRedirectCamera, "usb_policy.usbRedirectCamera"),
+               VDI_FIELD(R, usbRedirectScanner, "usb_policy.usbRedirectScanner"),
+               VDI_FIELD(R, usbRedirectPrinter, "usb_policy.usbRedirectPrinter"),
+               VDI_FIELD(R, usbRedirectSmartCard, "usb_policy.usbRedirectSmartCard"),
+               VDI_FIELD(R, usbRedirectOther, "usb_policy.usbRedirectOther"),
+               VDI_FIELD(R, usbRedirectCommunications, "usb_policy.usbRedirectCommunications"),
+               VDI_FIELD(R, usbRedirectBridgeClass, "usb_policy.usbRedirectBridgeClass"),
+               VDI_FIELD(R, usbRedirectWirelessController, "usb_policy.usbRedirectWirelessController"),
+               VDI_FIELD(R, usbRedirectVendorSpecific, "usb_policy.usbRedirectVendorSpecific"),
+               VDI_FIELD(R, storeReadonly, "usb_policy.store_readonly"),
+               VDI_FIELD(R, policyList, "usb_policy.policy_list"), VDI_FIELD(R, serialEnable, "serial_policy.enable"),
+               VDI_FIELD(R, color, "watermark_policy.color"), VDI_FIELD(R, userDefine, "watermark_policy.user_define"),
+               VDI_FIELD(R, watermarkEnable, "watermark_policy.enable"),
+               VDI_FIELD(R, showIp, "watermark_policy.show_ip"), VDI_FIELD(R, showMac, "watermark_policy.show_mac"),
+               VDI_FIELD(R, showTime, "watermark_policy.show_time"),
+               VDI_FIELD(R, fullScreen, "watermark_policy.full_screen"),
+               VDI_FIELD(R, fontSize, "watermark_policy.font_size"),
+               VDI_FIELD(R, transparent, "watermark_policy.transparent"),
+               VDI_FIELD(R, showUserName, "watermark_policy.show_user_name"),
+               VDI_FIELD(R, showComptName, "watermark_policy.show_compt_name"),
+               VDI_FIELD(R, rotationAngle, "watermark_policy.rotation_angle"),
+               VDI_FIELD(R, showLoginName, "watermark_policy.show_login_name"),
+               VDI_FIELD(R, showDesktopPoolName, "watermark_policy.show_desktop_pool_name"),
+               VDI_FIELD(R, showSystemName, "watermark_policy.show_system_name"),
+               VDI_FIELD(R, showPosition, "watermark_policy.show_position"),
+               VDI_FIELD(R, videoEncode, "video_policy.videoEncode"), VDI_FIELD(R, spiceTls, "video_policy.spiceTls"),
+               VDI_FIELD(R, reconnectionNetworkTime, "reconnection_network_time"),
+               VDI_FIELD(R, parallelEnable, "parallel_policy.enable"),
+           }
+           + VDI_LIST(R, programList, "mix_cal_policy.program_list", program);
 }
 
 namespace {
 // What a pool's desktop and an operation's desktop share.
-template <class Desktop>
-FieldMap<Desktop> desktopCoreMap()
+template <class R>
+FieldMap<R> desktopCoreMap()
 {
-    using R = Desktop;
-    FieldMap<R> map{VDI_FIELD(R, vmId, "vm_id"),         VDI_FIELD(R, vmName, "vm_name"),
-                    VDI_FIELD(R, vmStatus, "vm_status"), VDI_FIELD(R, osVersion, "os_version"),
-                    VDI_FIELD(R, osType, "os_type"),     VDI_FIELD(R, isPortEnable, "is_port_enable"),
-                    VDI_FIELD(R, vmUuid, "vmUuid")};
     using A = tagVMAddress;
-    addList(map, FieldMap<A>{VDI_FIELD(A, mac, "mac"), VDI_FIELD(A, ipList, "ip_list")}, QStringLiteral("addressList"),
-            QStringLiteral("address_list"), [](R& r) -> QList<A>& { return r.addressList; });
-    addPart(map, vmOperatorMap(), QStringLiteral("vmOperator."), QStringLiteral("extend_op."),
-            [](R& r) -> tagVMOperator& { return r.vmOperator; });
-    return map;
+    return FieldMap<R>{VDI_FIELD(R, vmId, "vm_id"), VDI_FIELD(R, vmName, "vm_name"),
+                       VDI_FIELD(R, vmStatus, "vm_status"), VDI_FIELD(R, osVersion, "os_version"),
+                       VDI_FIELD(R, osType, "os_type"), VDI_FIELD(R, isPortEnable, "is_port_enable"),
+                       VDI_FIELD(R, vmUuid, "vmUuid")}
+           + VDI_LIST(R, addressList, "address_list",
+                      FieldMap<A>({VDI_FIELD(A, mac, "mac"), VDI_FIELD(A, ipList, "ip_list")}))
+           + VDI_PART(R, vmOperator, "extend_op", vmOperatorMap());
 }
 } // namespace
 
 FieldMap<tagVMInfo> vmInfoMap()
 {
     using R = tagVMInfo;
-    FieldMap<R> map = desktopCoreMap<R>();
-    map.push_back(VDI_FIELD(R, vmIsUsed, "vm_is_used"));
-    map.push_back(VDI_FIELD(R, ipList, "ip_list"));
-    map.push_back(VDI_FIELD(R, domainName, "domain_name"));
-    addPart(map, controlPolicyMap(), QStringLiteral("controlPolicy."), QStringLiteral("control_policy."),
-            [](R& r) -> tagControlPolicy& { return r.controlPolicy; });
-    return map;
+    return desktopCoreMap<R>()
+           + FieldMap<R>{VDI_FIELD(R, vmIsUsed, "vm_is_used"), VDI_FIELD(R, ipList, "ip_list"),
+                         VDI_FIELD(R, domainName, "domain_name")}
+           + VDI_PART(R, controlPolicy, "control_policy", controlPolicyMap());
 }
 
 FieldMap<tagPoolInfo> poolMap()
 {
     using R = tagPoolInfo;
-    FieldMap<R> map{
-        VDI_FIELD(R, id, "id"),
-        VDI_FIELD(R, name, "name"),
-        VDI_FIELD(R, status, "status"),
-        VDI_FIELD(R, type, "type"),
-        VDI_FIELD(R, vmOsVersion, "vm_os_version"),
-        VDI_FIELD(R, vmOsType, "vm_os_type"),
-        VDI_FIELD(R, templetId, "templetId"),
-        VDI_FIELD(R, offlineDate, "offlineDate"),
-        VDI_FIELD(R, recoverMode, "recoverMode"),
-        VDI_FIELD(R, computerType, "computer_type"),
-        VDI_LOW32(R, poolExpireTime, "pool_expire_time"),
-        VDI_FIELD(R, serverAddress, "server_address"),
-        VDI_FIELD(R, serverPort, "server_port"),
-        VDI_FIELD(R, gatewayAccessStrategy, "gateway_access_strategy"),
-        VDI_FIELD(R, resourceName, "resource_name"),
-        VDI_KEPT(R, reservedNumber),
-        VDI_KEPT(R, reservedText),
-        VDI_KEPT(R, isExPool),
-    };
-    addPart(map, vmOperatorMap(), QString(), QStringLiteral("extend_op."), [](R& r) -> tagVMOperator& { return r; });
     using V = tagVM;
-    FieldMap<V> vm = desktopCoreMap<V>();
-    vm.push_back(VDI_LOW32(V, vmExpireTime, "vm_expire_time"));
     using S = tagSnapshotInfo;
-    addList(vm, FieldMap<S>{VDI_FIELD(S, name, "name"), VDI_FIELD(S, description, "description")},
-            QStringLiteral("snapshotList"), QStringLiteral("snapshot_list"), [](V& r) -> QList<S>& { return r.snapshotList; });
-    addList(map, vm, QStringLiteral("vmList"), QStringLiteral("vm_list"), [](R& r) -> QList<V>& { return r.vmList; });
+    const FieldMap<V> vm =
+        desktopCoreMap<V>() + FieldMap<V>{VDI_LOW32(V, vmExpireTime, "vm_expire_time")}
+        + VDI_LIST(V, snapshotList, "snapshot_list",
+                   FieldMap<S>({VDI_FIELD(S, name, "name"), VDI_FIELD(S, description, "description")}));
+    FieldMap<R> map = FieldMap<R>{VDI_FIELD(R, id, "id"), VDI_FIELD(R, name, "name"), VDI_FIELD(R, status, "status"),
+                                  VDI_FIELD(R, type, "type"), VDI_FIELD(R, vmOsVersion, "vm_os_version"),
+                                  VDI_FIELD(R, vmOsType, "vm_os_type"), VDI_FIELD(R, templetId, "templetId"),
+                                  VDI_FIELD(R, offlineDate, "offlineDate"), VDI_FIELD(R, recoverMode, "recoverMode"),
+                                  VDI_FIELD(R, computerType, "computer_type"),
+                                  VDI_LOW32(R, poolExpireTime, "pool_expire_time"),
+                                  VDI_FIELD(R, serverAddress, "server_address"), VDI_FIELD(R, serverPort, "server_port"),
+                                  VDI_FIELD(R, gatewayAccessStrategy, "gateway_access_strategy"),
+                                  VDI_FIELD(R, resourceName, "resource_name"), VDI_KEPT(R, reservedNumber),
+                                  VDI_KEPT(R, reservedText), VDI_KEPT(R, isExPool)}
+                      + partOf<R>(vmOperatorMap(), QString(), QStringLiteral("extend_op"),
+                                  [](R& r) -> tagVMOperator& { return r; })
+                      + VDI_LIST(R, vmList, "vm_list", vm);
     for (int i = 0; i < 2; ++i) {  // each desktop names its pool's resource
         map.push_back({QStringLiteral("vmList[%1].resourceName").arg(i), QStringLiteral("resource_name"),
                        [i](const R& r) { return r.vmList.value(i).resourceName; }, {}});

@@ -6,6 +6,7 @@
 // field, a field left out and a field that the conversion invents all show.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include <QMetaType>
 #include <QString>
 #include <QStringList>
+#include <QtTest>
 
 #include <google/protobuf/message.h>
 
@@ -94,14 +96,55 @@ void addList(FieldMap<Record>& map, const FieldMap<Entry>& entry, const QString&
     }
 }
 
+// The same as maps of their own, to join with `+`.
+template <class Record, class Part, class Access>
+FieldMap<Record> partOf(const FieldMap<Part>& part, const QString& member, const QString& wire, Access access)
+{
+    FieldMap<Record> map;
+    addPart(map, part, member.isEmpty() ? member : member + QLatin1Char('.'),
+            wire.isEmpty() ? wire : wire + QLatin1Char('.'), access);
+    return map;
+}
+
+template <class Record, class Entry, class Access>
+FieldMap<Record> listOf(const FieldMap<Entry>& entry, const QString& member, const QString& wire, Access access,
+                        int first = 0)
+{
+    FieldMap<Record> map;
+    addList(map, entry, member, wire, access, first);
+    return map;
+}
+
+template <class Record>
+FieldMap<Record> operator+(FieldMap<Record> map, const FieldMap<Record>& more)
+{
+    map.insert(map.end(), more.begin(), more.end());
+    return map;
+}
+
+// The map without the named members.
+template <class Record>
+FieldMap<Record> without(FieldMap<Record> map, const QStringList& members)
+{
+    map.erase(std::remove_if(map.begin(), map.end(), [&](const Field<Record>& f) { return members.contains(f.member); }),
+              map.end());
+    return map;
+}
+
+#define VDI_PART(Record, member, wire, map)                                                        \
+    vditest::partOf<Record>(map, QStringLiteral(#member), QStringLiteral(wire),                    \
+                            [](Record& r) -> auto& { return r.member; })
+#define VDI_LIST(Record, member, wire, map)                                                        \
+    vditest::listOf<Record>(map, QStringLiteral(#member), QStringLiteral(wire),                    \
+                            [](Record& r) -> auto& { return r.member; })
+
+FieldMap<tagErrorData> errorMap();
+
 // Every reply's error block.
 template <class Record>
-FieldMap<Record> withError(FieldMap<Record> map)
+FieldMap<Record> withError(const FieldMap<Record>& map)
 {
-    map.push_back(VDI_FIELD(Record, error.errorCode, "error.error_code"));
-    map.push_back(VDI_FIELD(Record, error.errorMsgZh, "error.error_msg_zh"));
-    map.push_back(VDI_FIELD(Record, error.errorMsgEn, "error.error_msg_en"));
-    return map;
+    return map + VDI_PART(Record, error, "error", errorMap());
 }
 
 // A reply's error block and the desktop's node, which only the handler fills.
@@ -255,6 +298,25 @@ using Check = std::function<QStringList()>;
 } // namespace vditest
 
 Q_DECLARE_METATYPE(vditest::Check)
+
+namespace vditest {
+
+// Rows of a data-driven test of Checks ("check" column).
+template <class Message, class Record>
+void replyRow(const char* name, void (*from)(const Message&, Record&), const FieldMap<Record>& map,
+              const QStringList& dropped = {})
+{
+    QTest::newRow(name) << Check([=] { return replyMismatches(from, map, dropped); });
+}
+
+template <class Record, class Message>
+void requestRow(const char* name, void (*to)(const Record&, Message&), const FieldMap<Record>& map,
+                const Record& record = Record(), const QStringList& covered = {})
+{
+    QTest::newRow(name) << Check([=] { return requestMismatches(to, map, record, covered); });
+}
+
+} // namespace vditest
 
 // The body of a test whose rows are Checks.
 #define VDI_RUN_CHECK()                                                                            \

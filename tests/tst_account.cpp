@@ -62,8 +62,6 @@ tagBaseInfo cachedIdentity()
     return base;
 }
 
-using vditest::Check;
-using vditest::FieldMap;
 } // namespace
 
 class TestAccount : public QObject
@@ -555,115 +553,68 @@ void TestAccount::quantumConfigIsNeverAnswered()
 
 void TestAccount::fieldMaps_data()
 {
+    using namespace vditest;
     QTest::addColumn<Check>("check");
-    QTest::newRow("check password request") << Check([] {
-        return vditest::requestMismatches(&H::toCheckPasswordReq, vditest::withIdentity<tagCheckPasswordRequest>({}));
-    });
+    requestRow("check password request", &H::toCheckPasswordReq, withIdentity<tagCheckPasswordRequest>({}));
     using M = tagModifyPasswordRequest;
-    QTest::newRow("modify password request") << Check([] {
-        return vditest::requestMismatches(&H::toModifyPasswordReq,
-                                          vditest::withIdentity<M>({VDI_FIELD(M, passwordNew, "password_new")}));
-    });
+    requestRow("modify password request", &H::toModifyPasswordReq,
+               withIdentity<M>({VDI_FIELD(M, passwordNew, "password_new")}));
     using P = tagClientReleasePasswordRequest;
-    QTest::newRow("release password request") << Check([] {
-        return vditest::requestMismatches(&H::toClientReleasePasswordReq,
-                                          FieldMap<P>{VDI_FIELD(P, clientType, "clientType")});
-    });
+    requestRow("release password request", &H::toClientReleasePasswordReq, {VDI_FIELD(P, clientType, "clientType")});
     using G = tagUpgradeRequest;
-    QTest::newRow("upgrade request") << Check([] {
-        return vditest::requestMismatches(
-            &H::toUpgradeReq,
-            FieldMap<G>{VDI_FIELD(G, clientName, "client_name"), VDI_FIELD(G, clientVersion, "client_version"),
-                        VDI_FIELD(G, clientType, "client_type"), VDI_FIELD(G, osType, "os_type"),
-                        VDI_FIELD(G, cpuArch, "cpu_arch"), VDI_FIELD(G, ip, "ip"), VDI_FIELD(G, deviceId, "device_id"),
-                        VDI_FIELD(G, deviceName, "device_name"), VDI_FIELD(G, state, "state")});
-    });
-    QTest::newRow("next cloud request") << Check([] {
-        return vditest::requestMismatches(&H::toNextCloudInfoReq,
-                                          FieldMap<tagNextCloudInfoReq>{VDI_FIELD(tagNextCloudInfoReq, userId, "userId")});
-    });
-    QTest::newRow("individual config request") << Check([] {
-        using I = tagIndividualConfigReq;
-        return vditest::requestMismatches(&H::toIndividualConfigReq, FieldMap<I>{VDI_FIELD(I, type, "type")});
-    });
-    QTest::newRow("login code request") << Check([] {
-        using C = LoginCodeReq;
-        return vditest::requestMismatches(
-            &H::toLoginCodeReq,
-            vditest::withExtend(vditest::withIdentity<C>({VDI_FIELD(C, codeSource, "codeSource"),
-                                                          VDI_FIELD(C, codeType, "codeType"),
-                                                          VDI_FIELD(C, username, "username")})));
-    });
+    requestRow("upgrade request", &H::toUpgradeReq,
+               {VDI_FIELD(G, clientName, "client_name"), VDI_FIELD(G, clientVersion, "client_version"),
+                VDI_FIELD(G, clientType, "client_type"), VDI_FIELD(G, osType, "os_type"),
+                VDI_FIELD(G, cpuArch, "cpu_arch"), VDI_FIELD(G, ip, "ip"), VDI_FIELD(G, deviceId, "device_id"),
+                VDI_FIELD(G, deviceName, "device_name"), VDI_FIELD(G, state, "state")});
+    using N = tagNextCloudInfoReq;
+    requestRow("next cloud request", &H::toNextCloudInfoReq, {VDI_FIELD(N, userId, "userId")});
+    using I = tagIndividualConfigReq;
+    requestRow("individual config request", &H::toIndividualConfigReq, {VDI_FIELD(I, type, "type")});
+    using C = LoginCodeReq;
+    requestRow("login code request", &H::toLoginCodeReq,
+               withExtend(withIdentity<C>({VDI_FIELD(C, codeSource, "codeSource"), VDI_FIELD(C, codeType, "codeType"),
+                                           VDI_FIELD(C, username, "username")})));
 
-    using U = tagUpgradeReply;
-    QTest::newRow("upgrade") << Check([] {
-        return vditest::replyMismatches(
-            &H::fromUpgradeResq,
-            vditest::withError<U>({VDI_FIELD(U, clientVersion, "client_version"),
-                                   VDI_FIELD(U, downloadType, "download_type"), VDI_FIELD(U, url, "url"),
-                                   VDI_FIELD(U, force, "force"), VDI_FIELD(U, md5, "md5"),
-                                   VDI_FIELD(U, description, "description")}));
-    });
-    using N = tagNextCloudInfoResp;
-    QTest::newRow("next cloud") << Check([] {
-        return vditest::replyMismatches(&H::fromNextCloudInfoResp,
-                                        vditest::withError<N>({VDI_FIELD(N, serverIp, "serverIp"),
-                                                               VDI_FIELD(N, port, "port"), VDI_FIELD(N, ncSize, "ncSize"),
-                                                               VDI_FIELD(N, enable, "enable")}));
-    });
-    using I = tagIndividualConfigResp;
-    QTest::newRow("individual config") << Check([] {
-        return vditest::replyMismatches(
-            &H::fromIndividualConfigResp,
-            vditest::withError<I>({VDI_FIELD(I, systemName, "systemName"), VDI_FIELD(I, copyRight, "copyRight"),
-                                   VDI_FIELD(I, logoImgUrl, "logoImgUrl"),
-                                   VDI_FIELD(I, backgroundImgUrl, "backgroundImgUrl"),
-                                   VDI_FIELD(I, content, "content"), VDI_FIELD(I, createTime, "createTime"),
-                                   VDI_FIELD(I, individual, "individual")}),
-            {QStringLiteral("vendor_name")});
-    });
-    using E = tagApplyForEmailReply;
-    QTest::newRow("mail settings") << Check([] {
-        return vditest::replyMismatches(
-            &H::fromApplyForEmailResq,
-            vditest::withError<E>({VDI_FIELD(E, serverAddress, "serverAddress"),
-                                   VDI_FIELD(E, serverPort, "serverPort"), VDI_FIELD(E, sendName, "sendName"),
-                                   VDI_FIELD(E, sendEmail, "sendEmail"), VDI_FIELD(E, authName, "authName"),
-                                   VDI_FIELD(E, authPaw, "authPaw")}));
-    });
-    using R = tagClientReleasePasswordReply;
-    QTest::newRow("release password") << Check([] {
-        return vditest::replyMismatches(&H::fromClientReleasePasswordResq,
-                                        vditest::withError<R>({VDI_FIELD(R, password, "password")}),
-                                        {QStringLiteral("enable")});
-    });
-    QTest::newRow("modify password") << Check([] {
-        return vditest::replyMismatches(&H::fromModifyPasswordResq, vditest::withError<tagModifyPasswordReply>({}));
-    });
-    QTest::newRow("check password") << Check([] {
-        return vditest::replyMismatches(&H::fromCheckPasswordResq, vditest::withError<tagCheckPasswordResp>({}));
-    });
-    using C = LoginConfigResp;
-    QTest::newRow("login config") << Check([] {
-        return vditest::replyMismatches(
-            &H::fromLoginConfigResp,
-            vditest::withError<C>({VDI_FIELD(C, timeout, "timeout"), VDI_FIELD(C, ticket, "ticket"),
-                                   VDI_FIELD(C, url, "url"), VDI_FIELD(C, oakdeskIp, "oakdeskIp"),
-                                   VDI_FIELD(C, enableJjtLogin, "enableJjtLogin"),
-                                   VDI_FIELD(C, enableThirdPartyLogin, "enableThirdPartyLogin"),
-                                   VDI_FIELD(C, enableWechatEnterpriseLogin, "enableWechatEnterpriseLogin"),
-                                   VDI_FIELD(C, enableFaceLogin, "enableFaceLogin"),
-                                   VDI_FIELD(C, enableSmsLogin, "enableSmsLogin"),
-                                   VDI_FIELD(C, enableDingtalkLogin, "enableDingtalkLogin")}));
-    });
-    using L = LoginCodeResp;
-    QTest::newRow("login code") << Check([] {
-        return vditest::replyMismatches(&H::fromLoginCodeResp,
-                                        vditest::withError<L>({VDI_FIELD(L, codeSource, "codeSource"),
-                                                               VDI_FIELD(L, codeType, "codeType"),
-                                                               VDI_FIELD(L, qrcodeUrl, "qrcodeUrl"),
-                                                               VDI_FIELD(L, ticket, "ticket")}));
-    });
+    using RU = tagUpgradeReply;
+    replyRow("upgrade", &H::fromUpgradeResq,
+             withError<RU>({VDI_FIELD(RU, clientVersion, "client_version"), VDI_FIELD(RU, downloadType, "download_type"),
+                            VDI_FIELD(RU, url, "url"), VDI_FIELD(RU, force, "force"), VDI_FIELD(RU, md5, "md5"),
+                            VDI_FIELD(RU, description, "description")}));
+    using RN = tagNextCloudInfoResp;
+    replyRow("next cloud", &H::fromNextCloudInfoResp,
+             withError<RN>({VDI_FIELD(RN, serverIp, "serverIp"), VDI_FIELD(RN, port, "port"),
+                            VDI_FIELD(RN, ncSize, "ncSize"), VDI_FIELD(RN, enable, "enable")}));
+    using RI = tagIndividualConfigResp;
+    replyRow("individual config", &H::fromIndividualConfigResp,
+             withError<RI>({VDI_FIELD(RI, systemName, "systemName"), VDI_FIELD(RI, copyRight, "copyRight"),
+                            VDI_FIELD(RI, logoImgUrl, "logoImgUrl"), VDI_FIELD(RI, backgroundImgUrl, "backgroundImgUrl"),
+                            VDI_FIELD(RI, content, "content"), VDI_FIELD(RI, createTime, "createTime"),
+                            VDI_FIELD(RI, individual, "individual")}),
+             {"vendor_name"});
+    using RE = tagApplyForEmailReply;
+    replyRow("mail settings", &H::fromApplyForEmailResq,
+             withError<RE>({VDI_FIELD(RE, serverAddress, "serverAddress"), VDI_FIELD(RE, serverPort, "serverPort"),
+                            VDI_FIELD(RE, sendName, "sendName"), VDI_FIELD(RE, sendEmail, "sendEmail"),
+                            VDI_FIELD(RE, authName, "authName"), VDI_FIELD(RE, authPaw, "authPaw")}));
+    using RR = tagClientReleasePasswordReply;
+    replyRow("release password", &H::fromClientReleasePasswordResq,
+             withError<RR>({VDI_FIELD(RR, password, "password")}), {"enable"});
+    replyRow("modify password", &H::fromModifyPasswordResq, withError<tagModifyPasswordReply>({}));
+    replyRow("check password", &H::fromCheckPasswordResq, withError<tagCheckPasswordResp>({}));
+    using RC = LoginConfigResp;
+    replyRow("login config", &H::fromLoginConfigResp,
+             withError<RC>({VDI_FIELD(RC, timeout, "timeout"), VDI_FIELD(RC, ticket, "ticket"), VDI_FIELD(RC, url, "url"),
+                            VDI_FIELD(RC, oakdeskIp, "oakdeskIp"), VDI_FIELD(RC, enableJjtLogin, "enableJjtLogin"),
+                            VDI_FIELD(RC, enableThirdPartyLogin, "enableThirdPartyLogin"),
+                            VDI_FIELD(RC, enableWechatEnterpriseLogin, "enableWechatEnterpriseLogin"),
+                            VDI_FIELD(RC, enableFaceLogin, "enableFaceLogin"),
+                            VDI_FIELD(RC, enableSmsLogin, "enableSmsLogin"),
+                            VDI_FIELD(RC, enableDingtalkLogin, "enableDingtalkLogin")}));
+    using RL = LoginCodeResp;
+    replyRow("login code", &H::fromLoginCodeResp,
+             withError<RL>({VDI_FIELD(RL, codeSource, "codeSource"), VDI_FIELD(RL, codeType, "codeType"),
+                            VDI_FIELD(RL, qrcodeUrl, "qrcodeUrl"), VDI_FIELD(RL, ticket, "ticket")}));
 }
 
 VDI_TEST_MAIN(TestAccount)

@@ -342,122 +342,77 @@ void TestApplications::beforeAnyConnection()
 
 void TestApplications::fieldMaps_data()
 {
+    using namespace vditest;
     using H = VdiDesktopGrpcHelper;
-    using vditest::Check;
-    using vditest::FieldMap;
     QTest::addColumn<Check>("check");
-    QTest::newRow("remote app request") << Check([] {
-        using R = tagRemoteAppApplyReq;
-        return vditest::requestMismatches(&H::toApplyRemoteAppReq,
-                                          FieldMap<R>{VDI_FIELD(R, userName, "userName"),
-                                                      VDI_FIELD(R, displayName, "displayName"),
-                                                      VDI_FIELD(R, domain, "domain")});
-    });
-    QTest::newRow("saas list request") << Check([] {
-        return vditest::requestMismatches<tagSaasListReq, client::ClientBaseInfo>(
-            &H::toSaasAppListReq, vditest::withIdentity<tagSaasListReq>({}, QString()));
-    });
+    using A = tagRemoteAppApplyReq;
+    requestRow("remote app request", &H::toApplyRemoteAppReq,
+               {VDI_FIELD(A, userName, "userName"), VDI_FIELD(A, displayName, "displayName"),
+                VDI_FIELD(A, domain, "domain")});
+    requestRow<tagSaasListReq, client::ClientBaseInfo>("saas list request", &H::toSaasAppListReq,
+                                                       withIdentity<tagSaasListReq>({}, QString()));
     using S = tagSaasAppReq;
-    QTest::newRow("saas app request") << Check([] {
-        return vditest::requestMismatches(
-            &H::toSaasAppReq,
-            vditest::withIdentity<S>({VDI_FIELD(S, appInfo.appName, "saasAppInfo.appName"),
-                                      VDI_FIELD(S, appInfo.appAddress, "saasAppInfo.appAddress"),
-                                      VDI_FIELD(S, appInfo.iconUrl, "saasAppInfo.iconUrl"),
-                                      VDI_FIELD(S, appInfo.ssoProtocol, "saasAppInfo.ssoProtocol")},
-                                     QStringLiteral("clientBaseInfo")));
-    });
-    QTest::newRow("share terminals request") << Check([] {
-        using R = tagShareTerminalInfoRequest;
-        return vditest::requestMismatches(&H::toShareTerminalInfoReq,
-                                          FieldMap<R>{VDI_FIELD(R, deviceId, "device_id")});
-    });
-    QTest::newRow("hand over request") << Check([] {
-        using R = tagTransDesk2ShareTerminalRequest;
-        return vditest::requestMismatches(&H::toTransDesk2ShareTerminalReq,
-                                          FieldMap<R>{VDI_FIELD(R, deviceId, "device_id"),
-                                                      VDI_FIELD(R, vmUuid, "vm_uuid"),
-                                                      VDI_FIELD(R, dstDeviceId, "dst_device_id"),
-                                                      VDI_FIELD(R, vdpFileData, "vdp_file_data")});
-    });
-    QTest::newRow("share terminal login request") << Check([] {
-        using R = tagLoginOakdeskShareTerminalRequest;
-        return vditest::requestMismatches(&H::toLoginOakdeskTerminalReq,
-                                          FieldMap<R>{VDI_FIELD(R, deviceId, "device_id"),
-                                                      VDI_FIELD(R, userName, "userName"),
-                                                      VDI_FIELD(R, password, "password")});
-    });
+    requestRow("saas app request", &H::toSaasAppReq,
+               withIdentity<S>({VDI_FIELD(S, appInfo.appName, "saasAppInfo.appName"),
+                                VDI_FIELD(S, appInfo.appAddress, "saasAppInfo.appAddress"),
+                                VDI_FIELD(S, appInfo.iconUrl, "saasAppInfo.iconUrl"),
+                                VDI_FIELD(S, appInfo.ssoProtocol, "saasAppInfo.ssoProtocol")},
+                               QStringLiteral("clientBaseInfo")));
+    using T = tagShareTerminalInfoRequest;
+    requestRow("share terminals request", &H::toShareTerminalInfoReq, {VDI_FIELD(T, deviceId, "device_id")});
+    using D = tagTransDesk2ShareTerminalRequest;
+    requestRow("hand over request", &H::toTransDesk2ShareTerminalReq,
+               {VDI_FIELD(D, deviceId, "device_id"), VDI_FIELD(D, vmUuid, "vm_uuid"),
+                VDI_FIELD(D, dstDeviceId, "dst_device_id"), VDI_FIELD(D, vdpFileData, "vdp_file_data")});
+    using O = tagLoginOakdeskShareTerminalRequest;
+    requestRow("share terminal login request", &H::toLoginOakdeskTerminalReq,
+               {VDI_FIELD(O, deviceId, "device_id"), VDI_FIELD(O, userName, "userName"),
+                VDI_FIELD(O, password, "password")});
 
-    QTest::newRow("remote app list reply") << Check([] {
-        using R = tagRemoteAppListResp;
-        using E = tagRemoteAppInfo;
-        FieldMap<R> map = vditest::withError<R>({});
-        vditest::addList(map, FieldMap<E>{VDI_FIELD(E, iconUrl, "iconUrl"), VDI_FIELD(E, displayName, "displayName")},
-                         QStringLiteral("appList"), QStringLiteral("app_list"), [](R& r) -> QList<E>& { return r.appList; });
-        return vditest::replyMismatches(&H::fromRemoteAppListResp, map, {QStringLiteral("app_list.type")});
-    });
-    QTest::newRow("remote app reply") << Check([] {
-        using R = tagRemoteAppApplyResp;
-        FieldMap<R> map = vditest::withError<R>({VDI_FIELD(R, appId, "appId"), VDI_FIELD(R, fullAddress, "fullAddress"),
-                                                 VDI_FIELD(R, iconUrl, "iconUrl"), VDI_FIELD(R, displayName, "displayName"),
-                                                 VDI_FIELD(R, alias, "alias")});
-        // The reconnection time of an application's policy is not read.
-        FieldMap<tagControlPolicy> policy = vditest::controlPolicyMap();
-        for (auto& field : policy) {
-            if (field.member == QLatin1String("reconnectionNetworkTime"))
-                field.wire.clear();
-        }
-        vditest::addPart(map, policy, QStringLiteral("controlPolicy."), QStringLiteral("control_policy."),
-                         [](R& r) -> tagControlPolicy& { return r.controlPolicy; });
-        return vditest::replyMismatches(&H::fromRemoteAppApplyResp, map,
-                                        {QStringLiteral("control_policy.reconnection_network_time")});
-    });
+    using RL = tagRemoteAppListResp;
+    using RI = tagRemoteAppInfo;
+    replyRow("remote app list reply", &H::fromRemoteAppListResp,
+             withError<RL>({}) + VDI_LIST(RL, appList, "app_list",
+                                          FieldMap<RI>({VDI_FIELD(RI, iconUrl, "iconUrl"),
+                                                        VDI_FIELD(RI, displayName, "displayName")})),
+             {"app_list.type"});
+    // The reconnection time of an application's policy is not read.
+    FieldMap<tagControlPolicy> policy = controlPolicyMap();
+    for (auto& field : policy) {
+        if (field.member == QLatin1String("reconnectionNetworkTime"))
+            field.wire.clear();
+    }
+    using RA = tagRemoteAppApplyResp;
+    replyRow("remote app reply", &H::fromRemoteAppApplyResp,
+             withError<RA>({VDI_FIELD(RA, appId, "appId"), VDI_FIELD(RA, fullAddress, "fullAddress"),
+                            VDI_FIELD(RA, iconUrl, "iconUrl"), VDI_FIELD(RA, displayName, "displayName"),
+                            VDI_FIELD(RA, alias, "alias")})
+                 + VDI_PART(RA, controlPolicy, "control_policy", policy),
+             {"control_policy.reconnection_network_time"});
     using E = tagSaasAppInfo;
-    static const FieldMap<E> saasApp{VDI_FIELD(E, iconUrl, "iconUrl"), VDI_FIELD(E, appName, "appName"),
-                                     VDI_FIELD(E, appAddress, "appAddress"), VDI_FIELD(E, description, "description"),
-                                     VDI_FIELD(E, ssoProtocol, "ssoProtocol")};
-    QTest::newRow("saas list reply") << Check([] {
-        using R = tagSaasAppListResp;
-        FieldMap<R> map = vditest::withError<R>({});
-        vditest::addList(map, saasApp, QStringLiteral("appList"), QStringLiteral("app_list"),
-                         [](R& r) -> QList<E>& { return r.appList; });
-        return vditest::replyMismatches(&H::fromSaasAppListResp, map);
-    });
-    QTest::newRow("saas app reply") << Check([] {
-        using R = tagSaasAppResp;
-        FieldMap<R> map = vditest::withError<R>({});
-        vditest::addPart(map, saasApp, QStringLiteral("appInfo."), QString(), [](R& r) -> E& { return r.appInfo; });
-        for (auto& field : map) {
-            if (field.member.startsWith(QLatin1String("appInfo.")))
-                field.wire.clear();  // the request's, echoed by the handler
-        }
-        return vditest::replyMismatches(&H::fromSaasAppResp, map);
-    });
-    QTest::newRow("share terminals reply") << Check([] {
-        using R = tagShareTerminalInfoReply;
-        using T = tagShareTerminalInfo;
-        FieldMap<R> map = vditest::withError<R>({});
-        vditest::addList(map,
-                         FieldMap<T>{VDI_FIELD(T, deviceId, "device_id"),
-                                     VDI_FIELD(T, terminalShareName, "terminal_share_name")},
-                         QStringLiteral("terminalList"), QStringLiteral("terminal_list"),
-                         [](R& r) -> QList<T>& { return r.terminalList; });
-        return vditest::replyMismatches(&H::fromShareTerminalInfoResp, map);
-    });
-    QTest::newRow("hand over reply") << Check([] {
-        using R = tagTransDesk2ShareTerminalReply;
-        return vditest::replyMismatches(&H::fromeTransDesk2ShareTerminalResp,
-                                        FieldMap<R>{VDI_FIELD(R, error.errorCode, "error_code"),
-                                                    VDI_FIELD(R, error.errorMsgZh, "error_msg_zh"),
-                                                    VDI_FIELD(R, error.errorMsgEn, "error_msg_en")});
-    });
-    QTest::newRow("share terminal login reply") << Check([] {
-        using R = tagLoginOakdeskShareTerminalReply;
-        return vditest::replyMismatches(&H::fromLoginOakdeskTerminalReq,
-                                        FieldMap<R>{VDI_FIELD(R, error.errorCode, "error_code"),
-                                                    VDI_FIELD(R, error.errorMsgZh, "error_msg_zh"),
-                                                    VDI_FIELD(R, error.errorMsgEn, "error_msg_en")});
-    });
+    const FieldMap<E> saasApp{VDI_FIELD(E, iconUrl, "iconUrl"), VDI_FIELD(E, appName, "appName"),
+                              VDI_FIELD(E, appAddress, "appAddress"), VDI_FIELD(E, description, "description"),
+                              VDI_FIELD(E, ssoProtocol, "ssoProtocol")};
+    using RS = tagSaasAppListResp;
+    replyRow("saas list reply", &H::fromSaasAppListResp, withError<RS>({}) + VDI_LIST(RS, appList, "app_list", saasApp));
+    using RP = tagSaasAppResp;
+    FieldMap<RP> echoed = VDI_PART(RP, appInfo, "", saasApp);
+    for (auto& field : echoed)
+        field.wire.clear();  // the request's, echoed by the handler
+    replyRow("saas app reply", &H::fromSaasAppResp, withError<RP>(echoed));
+    using RT = tagShareTerminalInfoReply;
+    using ST = tagShareTerminalInfo;
+    replyRow("share terminals reply", &H::fromShareTerminalInfoResp,
+             withError<RT>({}) + VDI_LIST(RT, terminalList, "terminal_list",
+                                          FieldMap<ST>({VDI_FIELD(ST, deviceId, "device_id"),
+                                                        VDI_FIELD(ST, terminalShareName, "terminal_share_name")})));
+    // These two replies are the error block itself.
+    using RH = tagTransDesk2ShareTerminalReply;
+    replyRow("hand over reply", &H::fromeTransDesk2ShareTerminalResp,
+             VDI_PART(RH, error, "", FieldMap<tagErrorData>(errorMap())));
+    using RO = tagLoginOakdeskShareTerminalReply;
+    replyRow("share terminal login reply", &H::fromLoginOakdeskTerminalReq,
+             VDI_PART(RO, error, "", FieldMap<tagErrorData>(errorMap())));
 }
 
 VDI_TEST_MAIN(TestApplications)

@@ -6,7 +6,6 @@
 #include "vdidesktopgrpchelper.h"
 
 using H = VdiDesktopGrpcHelper;
-using vditest::FieldMap;
 
 class TestConversions : public QObject
 {
@@ -124,44 +123,17 @@ void TestConversions::toStdString()
 
 void TestConversions::fieldMaps_data()
 {
-    QTest::addColumn<vditest::Check>("check");
-    QTest::newRow("identity") << vditest::Check([] {
-        return vditest::requestMismatches<tagBaseInfo, client::ClientBaseInfo>(&H::baseInfo2Grpc,
-                                                                               vditest::identityMap());
-    });
-    QTest::newRow("gateway identity") << vditest::Check([] {
-        FieldMap<tagBaseInfo> map = vditest::identityMap();
-        map.erase(std::remove_if(map.begin(), map.end(),
-                                 [](const auto& f) {
-                                     return QStringList{"vmUuid", "isOpenldap", "ticket"}.contains(f.wire);
-                                 }),
-                  map.end());
-        return vditest::requestMismatches<tagBaseInfo, gateway::ClientBaseInfo>(&H::baseInfo2Grpc, map);
-    });
-    QTest::newRow("extend info") << vditest::Check([] {
-        return vditest::requestMismatches<tagExtendInfo, client::ClientExtendInfo>(&H::extendInfo2Grpc,
-                                                                                   vditest::extendMap());
-    });
-    QTest::newRow("gateway extend info") << vditest::Check([] {
-        FieldMap<tagExtendInfo> map = vditest::extendMap();
-        map.erase(std::remove_if(map.begin(), map.end(),
-                                 [](const auto& f) {
-                                     return QStringList{"computer_type", "cpu_arch", "pinelet_version"}.contains(f.wire);
-                                 }),
-                  map.end());
-        return vditest::requestMismatches<tagExtendInfo, gateway::ClientExtendInfo>(&H::extendInfo2Grpc, map);
-    });
-    QTest::newRow("allowed actions") << vditest::Check([] {
-        return vditest::replyMismatches(&H::grpc2VMOperator, vditest::vmOperatorMap());
-    });
-    QTest::newRow("operation's desktop") << vditest::Check([] {
-        return vditest::replyMismatches(&H::grpc2VMInfo, vditest::vmInfoMap());
-    });
-    QTest::newRow("pool") << vditest::Check([] {
-        return vditest::replyMismatches(&H::grpc2PoolInfo, vditest::poolMap(),
-                                        {QStringLiteral("authDevice."), QStringLiteral("imageUuid"),
-                                         QStringLiteral("accessAccount"), QStringLiteral("accessPassword")});
-    });
+    using namespace vditest;
+    QTest::addColumn<Check>("check");
+    requestRow<tagBaseInfo, client::ClientBaseInfo>("identity", &H::baseInfo2Grpc, identityMap());
+    requestRow<tagBaseInfo, gateway::ClientBaseInfo>("gateway identity", &H::baseInfo2Grpc,
+                                                     without(identityMap(), {"vmUuid", "isOpenldap", "ticket"}));
+    requestRow<tagExtendInfo, client::ClientExtendInfo>("extend info", &H::extendInfo2Grpc, extendMap());
+    requestRow<tagExtendInfo, gateway::ClientExtendInfo>(
+        "gateway extend info", &H::extendInfo2Grpc, without(extendMap(), {"computerType", "cpuArch", "pineletVersion"}));
+    replyRow("allowed actions", &H::grpc2VMOperator, vmOperatorMap());
+    replyRow("operation's desktop", &H::grpc2VMInfo, vmInfoMap());
+    replyRow("pool", &H::grpc2PoolInfo, poolMap(), {"authDevice.", "imageUuid", "accessAccount", "accessPassword"});
 }
 
 void TestConversions::identityDefaults()

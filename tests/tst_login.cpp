@@ -439,54 +439,31 @@ void TestLogin::gatewayStubMissing()
 
 void TestLogin::fieldMaps_data()
 {
+    using namespace vditest;
     using H = VdiDesktopGrpcHelper;
-    using vditest::Check;
     QTest::addColumn<Check>("check");
-    QTest::newRow("request") << Check([] {
-        tagLoginRequest request;
-        request.reserved = QStringLiteral("never sent");
-        return vditest::requestMismatches(&H::toLoginReq, vditest::withExtend(vditest::withIdentity<tagLoginRequest>({})),
-                                          request);
-    });
-    QTest::newRow("reply") << Check([] {
-        using L = tagLoginReply;
-        vditest::FieldMap<L> map = vditest::withError<L>({
-            VDI_FIELD(L, domain, "domain"),
-            VDI_FIELD(L, netBIOS, "netBIOS"),
-            VDI_FIELD(L, updateInterval, "update_interval"),
-            VDI_FIELD(L, startTimeout, "start_timeout"),
-            VDI_FIELD(L, authType, "auth_type"),
-            VDI_FIELD(L, name, "name"),
-            VDI_FIELD(L, password, "password"),
-            VDI_FIELD(L, dueDate, "due_date"),
-            VDI_FIELD(L, userExpireTime, "user_expire_time"),
-            VDI_FIELD(L, userId, "user_id"),
-            VDI_FIELD(L, smsAuthIsReLogin, "smsAuthIsReLogin"),
-            VDI_FIELD(L, smsTimout, "smsTimout"),
-            VDI_FIELD(L, isOpenldap, "isOpenldap"),
-            VDI_FIELD(L, headShot, "headShot"),
-            VDI_FIELD(L, userLoginName, "userLoginName"),
-            VDI_FIELD(L, userPassword, "userPassword"),
-            VDI_FIELD(L, spmIdBinding, "spmIdBinding"),
-        });
-        // The pools, then the extra pools, which are marked as such.
-        const auto pools = [](L& r) -> QList<tagPoolInfo>& { return r.poolList; };
-        vditest::addList(map, vditest::poolMap(), QStringLiteral("poolList"), QStringLiteral("pool_list"), pools);
-        vditest::FieldMap<tagPoolInfo> extra = vditest::poolMap();
-        extra.erase(std::remove_if(extra.begin(), extra.end(),
-                                   [](const auto& field) { return field.member == QLatin1String("isExPool"); }),
-                    extra.end());
-        vditest::addList(map, extra, QStringLiteral("poolList"), QStringLiteral("ex_pool_list"), pools, 2);
-        return vditest::replyMismatches(&H::fromLoginResp, map,
-                                        {QStringLiteral("idvUsbPolicy."), QStringLiteral("userGroupId"),
-                                         QStringLiteral("web_app_set."), QStringLiteral("use_gateway"),
-                                         QStringLiteral("pool_list.authDevice."), QStringLiteral("pool_list.imageUuid"),
-                                         QStringLiteral("pool_list.accessAccount"),
-                                         QStringLiteral("pool_list.accessPassword"),
-                                         QStringLiteral("ex_pool_list.authDevice."), QStringLiteral("ex_pool_list.imageUuid"),
-                                         QStringLiteral("ex_pool_list.accessAccount"),
-                                         QStringLiteral("ex_pool_list.accessPassword")});
-    });
+    tagLoginRequest request;
+    request.reserved = QStringLiteral("never sent");
+    requestRow("request", &H::toLoginReq, withExtend(withIdentity<tagLoginRequest>({})), request);
+
+    // The pools, then the extra pools; that these are marked is tested below.
+    using L = tagLoginReply;
+    const auto pools = [](L& r) -> QList<tagPoolInfo>& { return r.poolList; };
+    replyRow("reply", &H::fromLoginResp,
+             withError<L>({VDI_FIELD(L, domain, "domain"), VDI_FIELD(L, netBIOS, "netBIOS"),
+                           VDI_FIELD(L, updateInterval, "update_interval"), VDI_FIELD(L, startTimeout, "start_timeout"),
+                           VDI_FIELD(L, authType, "auth_type"), VDI_FIELD(L, name, "name"),
+                           VDI_FIELD(L, password, "password"), VDI_FIELD(L, dueDate, "due_date"),
+                           VDI_FIELD(L, userExpireTime, "user_expire_time"), VDI_FIELD(L, userId, "user_id"),
+                           VDI_FIELD(L, smsAuthIsReLogin, "smsAuthIsReLogin"), VDI_FIELD(L, smsTimout, "smsTimout"),
+                           VDI_FIELD(L, isOpenldap, "isOpenldap"), VDI_FIELD(L, headShot, "headShot"),
+                           VDI_FIELD(L, userLoginName, "userLoginName"), VDI_FIELD(L, userPassword, "userPassword"),
+                           VDI_FIELD(L, spmIdBinding, "spmIdBinding")})
+                 + listOf<L>(poolMap(), "poolList", "pool_list", pools)
+                 + listOf<L>(without(poolMap(), {"isExPool"}), "poolList", "ex_pool_list", pools, 2),
+             {"idvUsbPolicy.", "userGroupId", "web_app_set.", "use_gateway", "pool_list.authDevice.",
+              "pool_list.imageUuid", "pool_list.accessAccount", "pool_list.accessPassword", "ex_pool_list.authDevice.",
+              "ex_pool_list.imageUuid", "ex_pool_list.accessAccount", "ex_pool_list.accessPassword"});
 }
 
 void TestLogin::extraPoolsFollowMarked()

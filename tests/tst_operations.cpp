@@ -43,8 +43,6 @@ tagOperateForVMRequest operation(int opType)
 }
 
 using H = VdiDesktopGrpcHelper;
-using vditest::Check;
-using vditest::FieldMap;
 
 // A request whose desktop node is filled: the node travels with the record and is never sent.
 template <class Record>
@@ -61,8 +59,6 @@ class TestOperations : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void init();
-    void resultsReachTheApplication();
     void operationFlag_data();
     void operationFlag();
     void snapshotCounts_data();
@@ -87,14 +83,7 @@ void TestOperations::initTestCase()
 {
     // Texts decoded with fromLocal8Bit read right under a UTF-8 locale only.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-}
-
-// The first test relies on the facade alone to register what its signals carry; the others
-// spy on a worker of their own and register first, so that each can also run alone.
-void TestOperations::init()
-{
-    if (qstrcmp(QTest::currentTestFunction(), "resultsReachTheApplication") != 0)
-        VdiDesktopGrpcThread::registerMetaTypes();
+    VdiDesktopGrpcThread::registerMetaTypes();
 }
 
 void TestOperations::operationFlag_data()
@@ -190,62 +179,50 @@ void TestOperations::snapshotCounts()
     QCOMPARE(answered.vmNode.nodeIndex, 5);
 }
 
-// Without a stub the answers still carry the application's cookie back, but nothing that only
-// a call could give.
+// Without a stub the answers still carry the application's node back, but nothing that only a
+// call could give.
 void TestOperations::nullStubEchoes()
 {
     VdiDesktopGrpcWorker worker;  // never connected
     vditest::LogCapture log;
-
     QSignalSpy operate(&worker, &VdiDesktopGrpcWorker::operateVMResult);
-    worker.operateVM(operation(4));
-    QCOMPARE(operate.at(0).at(1).toBool(), false);
-    QCOMPARE(operate.at(0).at(0).value<tagOperateForVMReply>().vmNode.nodeIndex, 3);
-    QCOMPARE(operate.at(0).at(0).value<tagOperateForVMReply>().opType, 4);
-    QCOMPARE(operate.at(0).at(0).value<tagOperateForVMReply>().error.errorCode, 5);
-    QVERIFY(log.contains(QStringLiteral("ready to send vm operate message to controller, operate type = ")));
-    QVERIFY(!log.contains(QStringLiteral("error code = ")));
-    QVERIFY(!log.contains(QStringLiteral("receive vm operate message result")));
-
     QSignalSpy usb(&worker, &VdiDesktopGrpcWorker::usbNotifyResult);
-    tagUSBNotifyRequest usbRequest;
-    usbRequest.vmNode = node(8);
-    worker.usbNotify(usbRequest);
-    QCOMPARE(usb.at(0).at(0).value<tagUSBNotifyReply>().vmNode.nodeIndex, 8);
-
     QSignalSpy apply(&worker, &VdiDesktopGrpcWorker::applyForVMResult);
-    tagApplyForVMRequest applyRequest;
-    applyRequest.vmNode = node(9);
+    QSignalSpy snapshot(&worker, &VdiDesktopGrpcWorker::snapshotResult);
+    QSignalSpy report(&worker, &VdiDesktopGrpcWorker::reportStatusOfVMResult);
+    worker.operateVM(operation(4));
+    worker.usbNotify(withNode<tagUSBNotifyRequest>());
+    auto applyRequest = withNode<tagApplyForVMRequest>();
     applyRequest.id = 12;
     applyRequest.port = QStringLiteral("5900");
     applyRequest.startDomain = 1;
     worker.applyForVM(applyRequest);
-    const auto applied = apply.at(0).at(0).value<tagApplyForVMReply>();
-    QCOMPARE(apply.at(0).at(1).toBool(), false);
-    QCOMPARE(applied.vmNode.nodeIndex, 9);
-    QCOMPARE(applied.id, qint64(0));
-    QVERIFY(applied.port.isNull());
-    QCOMPARE(applied.startDomain, 0);
-
-    QSignalSpy snapshot(&worker, &VdiDesktopGrpcWorker::snapshotResult);
     tagSnapshotRequest snapshotRequest;
     snapshotRequest.opType = 4;
     snapshotRequest.baseInfo.vmId = 77;
     worker.snapshot(snapshotRequest);
-    QVERIFY(snapshot.at(0).at(0).value<tagSnapshotReply>().vmId.isNull());
-    QCOMPARE(snapshot.at(0).at(2).toInt(), 4);
-
-    QSignalSpy report(&worker, &VdiDesktopGrpcWorker::reportStatusOfVMResult);
-    tagReportSuccessRequest reportRequest;
-    reportRequest.vmNode = node(2);
+    auto reportRequest = withNode<tagReportSuccessRequest>();
     reportRequest.baseInfo.vmId = 77;
     worker.reportStatusOfVM(reportRequest);
-    QCOMPARE(report.at(0).at(0).value<tagReportSuccessReply>().vmNode.nodeIndex, 2);
-    QCOMPARE(report.at(0).at(0).value<tagReportSuccessReply>().vmId, qint64(0));
 
-    QSignalSpy query(&worker, &VdiDesktopGrpcWorker::applyForVMOfQueryResult);
+    const auto operated = operate.at(0).at(0).value<tagOperateForVMReply>();
+    QCOMPARE(operated.vmNode.nodeIndex, 3);
+    QCOMPARE(operated.opType, 4);
+    QCOMPARE(operated.error.errorCode, 5);
+    QVERIFY(log.contains(QStringLiteral("ready to send vm operate message to controller, operate type = ")));
+    QVERIFY(!log.contains(QStringLiteral("error code = ")));
+    QVERIFY(!log.contains(QStringLiteral("receive vm operate message result")));
+    QCOMPARE(usb.at(0).at(0).value<tagUSBNotifyReply>().vmNode.nodeIndex, 7);
+    const auto applied = apply.at(0).at(0).value<tagApplyForVMReply>();
+    QCOMPARE(applied.vmNode.nodeIndex, 7);
+    QCOMPARE(applied.id, qint64(0));
+    QVERIFY(applied.port.isNull());
+    QCOMPARE(applied.startDomain, 0);
+    QVERIFY(snapshot.at(0).at(0).value<tagSnapshotReply>().vmId.isNull());
+    QCOMPARE(snapshot.at(0).at(2).toInt(), 4);
+    QCOMPARE(report.at(0).at(0).value<tagReportSuccessReply>().vmNode.nodeIndex, 7);
+    QCOMPARE(report.at(0).at(0).value<tagReportSuccessReply>().vmId, qint64(0));
     worker.applyForVMOfQuery(operation(4));
-    QCOMPARE(query.count(), 1);
     QVERIFY(log.contains(QStringLiteral(" Query virtual machine error: stub is null."), QtCriticalMsg));
 }
 
@@ -492,217 +469,113 @@ void TestOperations::requestsOnTheWire()
     QCOMPARE(server->calls(kRedirect).at(0).request<client::RedirectStatusReq>().redirect_list_size(), 0);
 }
 
-// No registration in this test: the facade's constructor makes the results deliverable.
-void TestOperations::resultsReachTheApplication()
-{
-    vditest::TestServer server;
-    VdiDesktopGrpcThread facade;
-    server.connect(facade);
-    QSignalSpy applied(&facade, &VdiDesktopGrpcThread::applyForVMResult);
-    QSignalSpy registered(&facade, &VdiDesktopGrpcThread::registerDeviceResult);
-    facade.applyForVM(node(4), QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("u"), QStringLiteral("pool"),
-                      QString(), 0);
-    facade.registerDevice(QStringLiteral("10.0.0.9"), QStringLiteral("mac"), QStringLiteral("dev"),
-                          QStringLiteral("name"), VdiGrpc::tagDeviceRegisterType(1));
-    QTRY_COMPARE(applied.count(), 1);
-    QTRY_COMPARE(registered.count(), 1);
-    QCOMPARE(applied.at(0).at(0).value<tagApplyForVMReply>().vmNode.nodeIndex, 4);
-    QCOMPARE(registered.at(0).at(1).toBool(), true);
-    facade.stop();
-}
-
 void TestOperations::fieldMaps_data()
 {
+    using namespace vditest;
     QTest::addColumn<Check>("check");
     using O = tagOperateForVMRequest;
-    QTest::newRow("operate request") << Check([] {
-        return vditest::requestMismatches(&H::toOperateForVMReq,
-                                          vditest::withIdentity<O>({VDI_FIELD(O, opType, "op_type"),
-                                                                    VDI_FIELD(O, forceFlag, "force_flag"),
-                                                                    VDI_FIELD(O, startDomain, "start_domain"),
-                                                                    VDI_FIELD(O, port, "port")}),
-                                          withNode<O>());
-    });
+    requestRow("operate request", &H::toOperateForVMReq,
+               withIdentity<O>({VDI_FIELD(O, opType, "op_type"), VDI_FIELD(O, forceFlag, "force_flag"),
+                                VDI_FIELD(O, startDomain, "start_domain"), VDI_FIELD(O, port, "port")}),
+               withNode<O>());
     using S = tagSnapshotRequest;
-    QTest::newRow("snapshot request") << Check([] {
-        return vditest::requestMismatches(
-            &H::toSnapshotReq,
-            vditest::withIdentity<S>({VDI_FIELD(S, opType, "op_type"), VDI_FIELD(S, name, "name"),
-                                      VDI_FIELD(S, description, "description")},
-                                     QStringLiteral("content")),
-            withNode<S>());
-    });
+    requestRow("snapshot request", &H::toSnapshotReq,
+               withIdentity<S>({VDI_FIELD(S, opType, "op_type"), VDI_FIELD(S, name, "name"),
+                                VDI_FIELD(S, description, "description")},
+                               QStringLiteral("content")),
+               withNode<S>());
     using M = tagModifyVMNameRequest;
-    QTest::newRow("rename request") << Check([] {
-        return vditest::requestMismatches(&H::toModifyVMNameReq,
-                                          vditest::withIdentity<M>({VDI_FIELD(M, vmNameNew, "vm_name_new")}),
-                                          withNode<M>());
-    });
+    requestRow("rename request", &H::toModifyVMNameReq, withIdentity<M>({VDI_FIELD(M, vmNameNew, "vm_name_new")}),
+               withNode<M>());
     using A = tagApplyForVMRequest;
-    QTest::newRow("apply request") << Check([] {
-        return vditest::requestMismatches(
-            &H::toApplyForVMReq,
-            vditest::withIdentity<A>({VDI_FIELD(A, id, "id"), VDI_FIELD(A, poolName, "pool_name"),
-                                      VDI_FIELD(A, port, "port"), VDI_FIELD(A, startDomain, "start_domain")}),
-            withNode<A>());
-    });
+    requestRow("apply request", &H::toApplyForVMReq,
+               withIdentity<A>({VDI_FIELD(A, id, "id"), VDI_FIELD(A, poolName, "pool_name"), VDI_FIELD(A, port, "port"),
+                                VDI_FIELD(A, startDomain, "start_domain")}),
+               withNode<A>());
     using D = tagApplyForDeviceInfoRequest;
-    QTest::newRow("device info request") << Check([] {
-        return vditest::requestMismatches(&H::toApplyForDeviceInfoReq, vditest::withIdentity<D>({}), withNode<D>());
-    });
+    requestRow("device info request", &H::toApplyForDeviceInfoReq, withIdentity<D>({}), withNode<D>());
     using P = tagDeskTopPoolRequest;
-    QTest::newRow("pool request") << Check([] {
-        return vditest::requestMismatches(&H::toDeskTopPoolReq,
-                                          FieldMap<P>{VDI_FIELD(P, vmId, "vmId"), VDI_FIELD(P, vmUuid, "vmUuid")});
-    });
+    requestRow("pool request", &H::toDeskTopPoolReq, {VDI_FIELD(P, vmId, "vmId"), VDI_FIELD(P, vmUuid, "vmUuid")});
     using Q = tagQueryVmInfoReq;
-    QTest::newRow("load figures request") << Check([] {
-        return vditest::requestMismatches(&H::toVmInfoReq,
-                                          FieldMap<Q>{VDI_FIELD(Q, vmUuid, "vmUuid"),
-                                                      VDI_FIELD(Q, deviceType, "deviceType")},
-                                          Q(), {QStringLiteral("vmId")});
-    });
+    requestRow("load figures request", &H::toVmInfoReq,
+               {VDI_FIELD(Q, vmUuid, "vmUuid"), VDI_FIELD(Q, deviceType, "deviceType")}, Q(), {"vmId"});
+    // The record's own address and names, not the identity's, go into the message's own fields.
     using G = tagRegisterDeviceRequest;
-    QTest::newRow("register request") << Check([] {
-        // The record's own address and names, not the identity's, go into the message's own fields.
-        return vditest::requestMismatches(
-            &H::toRegisterDevReq,
-            vditest::withExtend(vditest::withIdentity<G>(
-                {VDI_FIELD(G, ip, "ip"), VDI_FIELD(G, mac, "mac"), VDI_FIELD(G, deviceId, "device_id"),
-                 VDI_FIELD(G, deviceName, "device_name"), VDI_FIELD(G, registerType, "register_type")})));
-    });
+    requestRow("register request", &H::toRegisterDevReq,
+               withExtend(withIdentity<G>({VDI_FIELD(G, ip, "ip"), VDI_FIELD(G, mac, "mac"),
+                                           VDI_FIELD(G, deviceId, "device_id"), VDI_FIELD(G, deviceName, "device_name"),
+                                           VDI_FIELD(G, registerType, "register_type")})));
     using R = tagReportSuccessRequest;
-    QTest::newRow("report request") << Check([] {
-        return vditest::requestMismatches(
-            &H::toReportSuccessReq,
-            vditest::withExtend(vditest::withIdentity<R>({VDI_FIELD(R, vmIp, "vm_ip")}, QStringLiteral("content"))),
-            withNode<R>());
-    });
+    requestRow("report request", &H::toReportSuccessReq,
+               withExtend(withIdentity<R>({VDI_FIELD(R, vmIp, "vm_ip")}, QStringLiteral("content"))), withNode<R>());
     using U = tagUSBNotifyRequest;
-    QTest::newRow("usb request") << Check([] {
-        return vditest::requestMismatches(
-            &H::toUSBNotifyReq,
-            vditest::withIdentity<U>({VDI_FIELD(U, password, "client_info.password"),
-                                      VDI_FIELD(U, readOnly, "client_info.read_only"),
-                                      VDI_FIELD(U, vmId, "target_vm.vm_id"), VDI_FIELD(U, vmUuid, "target_vm.vmUuid")}),
-            withNode<U>());
-    });
+    requestRow("usb request", &H::toUSBNotifyReq,
+               withIdentity<U>({VDI_FIELD(U, password, "client_info.password"),
+                                VDI_FIELD(U, readOnly, "client_info.read_only"), VDI_FIELD(U, vmId, "target_vm.vm_id"),
+                                VDI_FIELD(U, vmUuid, "target_vm.vmUuid")}),
+               withNode<U>());
     using T = tagRedirectStatusReust;
-    QTest::newRow("redirect request") << Check([] {
-        using E = tagRedirectStatusInfoReust;
-        FieldMap<T> map = vditest::withIdentity<T>({VDI_FIELD(T, vmUuid, "vm_uuid")});
-        vditest::addList(map,
-                         FieldMap<E>{VDI_FIELD(E, redirectDeviceName, "redirect_device_name"), VDI_FIELD(E, pid, "pid"),
-                                     VDI_FIELD(E, vid, "vid"), VDI_FIELD(E, redirectDeviceType, "redirect_device_type"),
-                                     VDI_FIELD(E, subClass, "subClass"),
-                                     VDI_FIELD(E, redirectStatus, "redirect_status"),
-                                     VDI_FIELD(E, description, "description")},
-                         QStringLiteral("redirectList"), QStringLiteral("redirect_list"),
-                         [](T& r) -> QList<E>& { return r.redirectList; });
-        return vditest::requestMismatches(&H::toRedirectStatusReq, map);
-    });
+    using E = tagRedirectStatusInfoReust;
+    const FieldMap<E> device{VDI_FIELD(E, redirectDeviceName, "redirect_device_name"), VDI_FIELD(E, pid, "pid"),
+                             VDI_FIELD(E, vid, "vid"), VDI_FIELD(E, redirectDeviceType, "redirect_device_type"),
+                             VDI_FIELD(E, subClass, "subClass"), VDI_FIELD(E, redirectStatus, "redirect_status"),
+                             VDI_FIELD(E, description, "description")};
+    requestRow("redirect request", &H::toRedirectStatusReq,
+               withIdentity<T>({VDI_FIELD(T, vmUuid, "vm_uuid")}) + VDI_LIST(T, redirectList, "redirect_list", device));
 
-    QTest::newRow("register reply") << Check([] {
-        using Y = tagRegisterDeviceReply;
-        return vditest::replyMismatches(&H::fromRegisterDevReq,
-                                        vditest::withError<Y>({VDI_FIELD(Y, registerId, "register_id")}));
-    });
-    QTest::newRow("report reply") << Check([] {
-        using Y = tagReportSuccessReply;
-        return vditest::replyMismatches(&H::fromReportSuccessResq, vditest::withErrorAndNode<Y>({VDI_KEPT(Y, vmId)}));
-    });
-    QTest::newRow("usb reply") << Check([] {
-        return vditest::replyMismatches(&H::fromUSBNotifyResq, vditest::withErrorAndNode<tagUSBNotifyReply>({}));
-    });
-    QTest::newRow("rename reply") << Check([] {
-        using Y = tagModifyVMNameReply;
-        return vditest::replyMismatches(&H::fromModifyVMNameResq,
-                                        vditest::withErrorAndNode<Y>({VDI_KEPT(Y, vmNameNew)}));
-    });
-    QTest::newRow("void reply") << Check([] {
-        return vditest::replyMismatches(&H::fromVoidResp,
-                                        vditest::withError<tagVoidReply>({VDI_KEPT(tagVoidReply, reserved)}));
-    });
-    QTest::newRow("apply reply") << Check([] {
-        using Y = tagApplyForVMReply;
-        FieldMap<Y> map{
-            VDI_FIELD(Y, name, "name"),
-            VDI_FIELD(Y, password, "password"),
-            VDI_FIELD(Y, hostIp, "host_ip"),
-            VDI_FIELD(Y, hostIps, "host_ips"),
-            VDI_FIELD(Y, spicePassword, "spice_password"),
-            VDI_FIELD(Y, userGroup, "user_group"),
-            VDI_FIELD(Y, userNameOrDeviceName, "userNameOrDeviceName"),
-            VDI_FIELD(Y, grouplist, "grouplist"),
-            // Echoed from the request by the handler, or the application's own.
-            VDI_KEPT(Y, reservedNumber),
-            VDI_KEPT(Y, reservedText),
-            VDI_KEPT(Y, id),
-            VDI_KEPT(Y, port),
-            VDI_KEPT(Y, startDomain),
-        };
-        vditest::addPart(map, vditest::vmInfoMap(), QStringLiteral("vmInfo."), QStringLiteral("vm."),
-                         [](Y& r) -> tagVMInfo& { return r.vmInfo; });
-        return vditest::replyMismatches(&H::fromApplyForVMResp, vditest::withErrorAndNode(map));
-    });
-    QTest::newRow("operate reply") << Check([] {
-        using Y = tagOperateForVMReply;
-        FieldMap<Y> map{VDI_FIELD(Y, spicePort, "spice_port"), VDI_FIELD(Y, hostIp, "hostIp"),
-                        VDI_FIELD(Y, gatewayToken, "gatewayToken"), VDI_FIELD(Y, tlsPort, "tlsPort"),
-                        VDI_KEPT(Y, opType)};
-        vditest::addPart(map, vditest::vmInfoMap(), QStringLiteral("vmInfo."), QStringLiteral("vm."),
-                         [](Y& r) -> tagVMInfo& { return r.vmInfo; });
-        return vditest::replyMismatches(&H::fromOperateForVMResq, vditest::withErrorAndNode(map),
-                                        {QStringLiteral("isUsedGateway")});
-    });
-    QTest::newRow("recover reply") << Check([] {
-        using Y = tagRecoverVMReply;
-        return vditest::replyMismatches(&H::fromRecoverVMResq,
-                                        vditest::withErrorAndNode<Y>({VDI_FIELD(Y, vmId, "vm_id"),
-                                                                      VDI_FIELD(Y, progress, "progress"),
-                                                                      VDI_FIELD(Y, vmUuid, "vmUuid")}));
-    });
-    QTest::newRow("snapshot reply") << Check([] {
-        using Y = tagSnapshotReply;
-        using I = tagSnapshotInfo;
-        FieldMap<Y> map{VDI_KEPT(Y, vmId)};
-        vditest::addList(map, FieldMap<I>{VDI_FIELD(I, name, "name"), VDI_FIELD(I, description, "description")},
-                         QStringLiteral("snapshotList"), QStringLiteral("snapshot_list"),
-                         [](Y& r) -> QList<I>& { return r.snapshotList; });
-        return vditest::replyMismatches(&H::fromSnapshotResq, vditest::withErrorAndNode(map));
-    });
-    QTest::newRow("device info reply") << Check([] {
-        using Y = tagApplyForDeviceInfoReply;
-        using I = tagDevice;
-        FieldMap<Y> map;
-        vditest::addList(map,
-                         FieldMap<I>{VDI_FIELD(I, deviceId, "device_id"), VDI_FIELD(I, address.mac, "vm_address.mac"),
-                                     VDI_FIELD(I, address.ipList, "vm_address.ip_list")},
-                         QStringLiteral("deviceList"), QStringLiteral("device_list"),
-                         [](Y& r) -> QList<I>& { return r.deviceList; });
-        return vditest::replyMismatches(&H::fromApplyForDeviceInfoResq, vditest::withErrorAndNode(map));
-    });
-    QTest::newRow("pool reply") << Check([] {
-        using Y = tagDeskTopPoolReply;
-        FieldMap<Y> map;
-        vditest::addPart(map, vditest::poolMap(), QStringLiteral("pool."), QStringLiteral("pool."),
-                         [](Y& r) -> tagPoolInfo& { return r.pool; });
-        const QStringList dropped{
-            QStringLiteral("pool.authDevice."), QStringLiteral("pool.imageUuid"), QStringLiteral("pool.accessAccount"),
-            QStringLiteral("pool.accessPassword"), QStringLiteral("mac"), QStringLiteral("idvUsbPolicy."),
-            QStringLiteral("computerName"), QStringLiteral("vmAutoLogin"), QStringLiteral("recoverUuid"),
-            QStringLiteral("createRestorePoint"), QStringLiteral("pwdOption"), QStringLiteral("fixedPwd"),
-        };
-        return vditest::replyMismatches(&H::fromDeskTopPoolResq, vditest::withError(map), dropped);
-    });
-    QTest::newRow("load figures reply") << Check([] {
-        using Y = tagQueryVmInfoResp;
-        return vditest::replyMismatches(&H::fromVmInfoResp,
-                                        vditest::withError<Y>({VDI_LOW32(Y, memSize, "memSize"),
-                                                               VDI_FIELD(Y, memRate, "memRate"),
-                                                               VDI_LOW32(Y, cpuSize, "cpuSize"),
-                                                               VDI_FIELD(Y, cpuRate, "cpuRate")}));
-    });
+    using RD = tagRegisterDeviceReply;
+    replyRow("register reply", &H::fromRegisterDevReq, withError<RD>({VDI_FIELD(RD, registerId, "register_id")}));
+    using RR = tagReportSuccessReply;
+    replyRow("report reply", &H::fromReportSuccessResq, withErrorAndNode<RR>({VDI_KEPT(RR, vmId)}));
+    replyRow("usb reply", &H::fromUSBNotifyResq, withErrorAndNode<tagUSBNotifyReply>({}));
+    using RN = tagModifyVMNameReply;
+    replyRow("rename reply", &H::fromModifyVMNameResq, withErrorAndNode<RN>({VDI_KEPT(RN, vmNameNew)}));
+    replyRow("void reply", &H::fromVoidResp, withError<tagVoidReply>({VDI_KEPT(tagVoidReply, reserved)}));
+    using RA = tagApplyForVMReply;
+    replyRow("apply reply", &H::fromApplyForVMResp,
+             withErrorAndNode<RA>({
+                 VDI_FIELD(RA, name, "name"), VDI_FIELD(RA, password, "password"), VDI_FIELD(RA, hostIp, "host_ip"),
+                 VDI_FIELD(RA, hostIps, "host_ips"), VDI_FIELD(RA, spicePassword, "spice_password"),
+                 VDI_FIELD(RA, userGroup, "user_group"), VDI_FIELD(RA, userNameOrDeviceName, "userNameOrDeviceName"),
+                 VDI_FIELD(RA, grouplist, "grouplist"),
+                 // Echoed from the request by the handler, or the application's own.
+                 VDI_KEPT(RA, reservedNumber), VDI_KEPT(RA, reservedText), VDI_KEPT(RA, id), VDI_KEPT(RA, port),
+                 VDI_KEPT(RA, startDomain)})
+                 + VDI_PART(RA, vmInfo, "vm", vmInfoMap()));
+    using RO = tagOperateForVMReply;
+    replyRow("operate reply", &H::fromOperateForVMResq,
+             withErrorAndNode<RO>({VDI_FIELD(RO, spicePort, "spice_port"), VDI_FIELD(RO, hostIp, "hostIp"),
+                                   VDI_FIELD(RO, gatewayToken, "gatewayToken"), VDI_FIELD(RO, tlsPort, "tlsPort"),
+                                   VDI_KEPT(RO, opType)})
+                 + VDI_PART(RO, vmInfo, "vm", vmInfoMap()),
+             {"isUsedGateway"});
+    using RV = tagRecoverVMReply;
+    replyRow("recover reply", &H::fromRecoverVMResq,
+             withErrorAndNode<RV>({VDI_FIELD(RV, vmId, "vm_id"), VDI_FIELD(RV, progress, "progress"),
+                                   VDI_FIELD(RV, vmUuid, "vmUuid")}));
+    using RS = tagSnapshotReply;
+    using SI = tagSnapshotInfo;
+    replyRow("snapshot reply", &H::fromSnapshotResq,
+             withErrorAndNode<RS>({VDI_KEPT(RS, vmId)})
+                 + VDI_LIST(RS, snapshotList, "snapshot_list",
+                            FieldMap<SI>({VDI_FIELD(SI, name, "name"), VDI_FIELD(SI, description, "description")})));
+    using RI = tagApplyForDeviceInfoReply;
+    using DI = tagDevice;
+    replyRow("device info reply", &H::fromApplyForDeviceInfoResq,
+             withErrorAndNode<RI>({})
+                 + VDI_LIST(RI, deviceList, "device_list",
+                            FieldMap<DI>({VDI_FIELD(DI, deviceId, "device_id"),
+                                          VDI_FIELD(DI, address.mac, "vm_address.mac"),
+                                          VDI_FIELD(DI, address.ipList, "vm_address.ip_list")})));
+    using RP = tagDeskTopPoolReply;
+    replyRow("pool reply", &H::fromDeskTopPoolResq, withError<RP>({}) + VDI_PART(RP, pool, "pool", poolMap()),
+             {"pool.authDevice.", "pool.imageUuid", "pool.accessAccount", "pool.accessPassword", "mac",
+              "idvUsbPolicy.", "computerName", "vmAutoLogin", "recoverUuid", "createRestorePoint", "pwdOption",
+              "fixedPwd"});
+    using RL = tagQueryVmInfoResp;
+    replyRow("load figures reply", &H::fromVmInfoResp,
+             withError<RL>({VDI_LOW32(RL, memSize, "memSize"), VDI_FIELD(RL, memRate, "memRate"),
+                            VDI_LOW32(RL, cpuSize, "cpuSize"), VDI_FIELD(RL, cpuRate, "cpuRate")}));
 }
 
 void TestOperations::vmIdGoesOutAsNumber_data()
