@@ -81,7 +81,6 @@ private slots:
     void nextCloudAddress_data();
     void nextCloudAddress();
     void individualConfigTwice();
-    void individualConfigWithoutStub();
     void loginOptionFailures();
     void quantumBind_data();
     void quantumBind();
@@ -430,20 +429,6 @@ void TestAccount::individualConfigTwice()
         QCOMPARE(result.at(0).value<IndividualConfigResp>().systemName, QStringLiteral("Acme Desktop"));
         QCOMPARE(result.at(1).toBool(), true);
     }
-    facade.stop();
-}
-
-// The channels are rebuilt, and nothing is answered.
-void TestAccount::individualConfigWithoutStub()
-{
-    VdiDesktopGrpcThread facade;
-    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::queryIndividualConfigInfoResultForGrpcThread);
-    vditest::LogCapture log;
-
-    facade.queryIndividualConfigForVdidesktopGrpcThread();
-    QVERIFY(!spy.wait(300));
-    QVERIFY(log.contains(QStringLiteral("slotQueryIndividualConfigForGrpcWorker ]  stub is null."), QtCriticalMsg));
-    QVERIFY(log.contains(vditest::kRebuildLine, QtInfoMsg));
     facade.stop();
 }
 

@@ -54,6 +54,7 @@ private slots:
     void initTestCase();
     void init();
     void variantsOnTheWire();
+    void desktopOfPasswordLoginLogged();
     void smsCodeIsOneTime();
     void sessionInfoRefill();
     void refreshKeepsFlag();
@@ -151,6 +152,22 @@ void TestLogin::variantsOnTheWire()
     QCOMPARE(cached.baseInfo().smsCode, QStringLiteral("123456"));
     QCOMPARE(cached.baseInfo().vmId, qint64(-1));
     QCOMPARE(cached.baseInfo().computerType, 0);
+    facade.stop();
+}
+
+// A password login names the desktop it leaves behind, when there is one.
+void TestLogin::desktopOfPasswordLoginLogged()
+{
+    VdiDesktopGrpcThread facade;
+    tagBaseInfo base;
+    base.vmId = 42;
+    base.vmUuid = QStringLiteral("uuid-42");
+    facade.initBaseInfoParameter(base);
+    vditest::LogCapture log;
+    facade.login(QStringLiteral("u"), QStringLiteral("p"), QStringLiteral("0"));
+    facade.login(QStringLiteral("u"), QStringLiteral("p"), QStringLiteral("0"));  // the desktop is reset by now
+    QCOMPARE(log.count(QStringLiteral("login:vmId =  42 , vmUuid =  \"uuid-42\""), QtDebugMsg), 1);
+    QCOMPARE(log.count(QStringLiteral("login:vmId = ")), 1);
     facade.stop();
 }
 
