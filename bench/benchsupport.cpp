@@ -45,16 +45,9 @@ int positiveOption(const QStringList& args, const QString& name, int fallback)
     return std::max(1, args[at + 1].toInt());
 }
 
-IsolatedHome::IsolatedHome() : m_dir(QDir::tempPath() + QStringLiteral("/vdi-bench-home-XXXXXX"))
+IsolatedHome::IsolatedHome()
 {
-    const QByteArray home = m_dir.path().toUtf8();
-    qputenv("HOME", home);
-    qputenv("XDG_CONFIG_HOME", home + "/.config");
-    qputenv("XDG_DATA_HOME", home + "/.local/share");
-    qputenv("XDG_CACHE_HOME", home + "/.cache");
-    qputenv("XDG_STATE_HOME", home + "/.local/state");
-    for (const char* name : {"XDG_DOCUMENTS_DIR", "http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "grpc_proxy",
-                             "all_proxy", "ALL_PROXY", "QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_MESSAGE_PATTERN"})
+    for (const char* name : {"QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_MESSAGE_PATTERN"})
         qunsetenv(name);
     QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
 }

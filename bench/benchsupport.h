@@ -14,6 +14,7 @@
 #include <QTemporaryDir>
 
 #include "client/client_core.grpc.pb.h"
+#include "isolatedhome.h"
 
 class VdiDesktopGrpcThread;
 
@@ -27,17 +28,12 @@ double median(std::vector<double> values);
 // "--name N" among the arguments, at least 1; `fallback` when absent.
 int positiveOption(const QStringList& args, const QString& name, int fallback);
 
-// Points HOME and the XDG folders at a temporary folder of its own (the worker keeps gateway
-// settings under ~/Documents/gateway), clears the proxies of loopback and any log rules from
-// outside, and turns info and debug output off. Make it before the QCoreApplication.
-class IsolatedHome
+// The tests' isolated home, and besides no log rules from outside and no info or debug output.
+// Make it before the QCoreApplication.
+class IsolatedHome : public vdifake::IsolatedHome
 {
 public:
     IsolatedHome();
-    QString path() const { return m_dir.path(); }
-
-private:
-    QTemporaryDir m_dir;
 };
 
 // Drops every log line of the library and counts them instead, so that the benchmark's own

@@ -7,7 +7,7 @@
 namespace vditest {
 
 namespace {
-QTemporaryDir* g_home = nullptr;
+std::unique_ptr<vdifake::IsolatedHome> g_home;
 
 std::mutex g_logMutex;
 QList<QPair<QtMsgType, QString>> g_lines;
@@ -27,20 +27,8 @@ void captureHandler(QtMsgType type, const QMessageLogContext& context, const QSt
 
 void isolateHome()
 {
-    if (g_home)
-        return;
-    g_home = new QTemporaryDir(QDir::tempPath() + QStringLiteral("/vdi-test-home-XXXXXX"));
-    const QByteArray home = g_home->path().toUtf8();
-    qputenv("HOME", home);
-    qputenv("XDG_CONFIG_HOME", home + "/.config");
-    qputenv("XDG_DATA_HOME", home + "/.local/share");
-    qputenv("XDG_CACHE_HOME", home + "/.cache");
-    qputenv("XDG_STATE_HOME", home + "/.local/state");
-    qunsetenv("XDG_DOCUMENTS_DIR");
-    // Never let a proxy of the machine reach loopback traffic.
-    for (const char* name : {"http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "grpc_proxy", "all_proxy", "ALL_PROXY"})
-        qunsetenv(name);
-    std::atexit([] { delete g_home; g_home = nullptr; });
+    if (!g_home)
+        g_home.reset(new vdifake::IsolatedHome);
 }
 
 QString homePath()

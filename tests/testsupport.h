@@ -13,6 +13,7 @@
 #include <QtTest>
 
 #include "fakeserver.h"
+#include "isolatedhome.h"
 #include "scenarioserver.h"
 #include "vdidesktopgrpcthread.h"
 #include "vdidesktopgrpcworker.h"
@@ -20,8 +21,7 @@
 
 namespace vditest {
 
-// Points HOME and the XDG folders at a fresh temporary folder for the whole test binary, so
-// that no test touches the real Documents folder or settings. Call before QCoreApplication.
+// A home of its own for the whole test binary (vdifake::IsolatedHome). Call before QCoreApplication.
 void isolateHome();
 QString homePath();
 // "<home>/Documents", created.
