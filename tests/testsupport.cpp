@@ -91,10 +91,18 @@ QString LogCapture::dump() const
 
 TestServer::TestServer()
 {
-    vdifake::FakeServer::Options options;
-    options.certDir = m_dir.path();
-    options.commonName = QStringLiteral("vdi-fake-controller");
-    m_server.reset(new vdifake::FakeServer(options));
+    m_options.certDir = m_dir.path();
+    m_server.reset(new vdifake::FakeServer(m_options));
+    m_options.port = m_server->port();
+    m_options.certPath = m_server->pemPath();
+    m_options.keyPath = m_server->keyPath();
+}
+
+bool TestServer::restart()
+{
+    m_server.reset();
+    m_server.reset(new vdifake::FakeServer(m_options));
+    return m_server->isRunning() && m_server->port() == m_options.port;
 }
 
 void TestServer::connect(VdiDesktopGrpcWorker& worker, bool isEnglish) const

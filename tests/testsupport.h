@@ -81,16 +81,21 @@ public:
     TestServer();
     vdifake::FakeServer* operator->() const { return m_server.get(); }
     vdifake::FakeServer& operator*() const { return *m_server; }
-    QString pemPath() const { return m_server->pemPath(); }
-    ushort port() const { return ushort(m_server->port()); }
+    QString pemPath() const { return m_options.certPath; }
+    ushort port() const { return ushort(m_options.port); }
     QString dir() const { return m_dir.path(); }
     // initConnection of the worker (on the calling thread) or of the facade.
     void connect(VdiDesktopGrpcWorker& worker, bool isEnglish = false) const;
     void connect(VdiDesktopGrpcThread& facade, bool isEnglish = false) const;
+    // Down: every call in progress ends UNAVAILABLE. Up again on the same port with the same
+    // certificate, so that its clients' trust and target stay valid; true once it serves there.
+    void stop() { m_server.reset(); }
+    bool restart();
 
 private:
     QTemporaryDir m_dir;
     std::unique_ptr<vdifake::FakeServer> m_server;
+    vdifake::FakeServer::Options m_options;
 };
 
 // The built-in simulated deployment in a mode ("controller" or "gateway"), served in this
