@@ -5,11 +5,6 @@
 #include <memory>
 #include <mutex>
 
-#include <QList>
-#include <QMap>
-#include <QPair>
-#include <QString>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include "fakeserver.h"
@@ -123,27 +118,18 @@ public:
     int serverType() const { return w.m_serverType; }
     int timeoutSeconds() const { return w.m_timeoutSeconds; }
     std::string rootCertificates() const { return w.m_sslOptions.pem_root_certs; }
-    // The latest target name override: the arguments are kept across connections, and the
-    // channel takes the last value of a key.
-    std::string targetNameOverride() const
+    // The target name overrides among the channel arguments, kept across connections: the
+    // channel takes the last one.
+    QStringList targetNameOverrides() const
     {
         grpc_channel_args args;
         w.m_channelArgs.SetChannelArgs(&args);
-        std::string name;
+        QStringList names;
         for (size_t i = 0; i < args.num_args; ++i) {
             if (std::string(args.args[i].key) == GRPC_SSL_TARGET_NAME_OVERRIDE_ARG)
-                name = args.args[i].value.string;
+                names << QString::fromUtf8(args.args[i].value.string);
         }
-        return name;
-    }
-    int targetNameOverrideCount() const
-    {
-        grpc_channel_args args;
-        w.m_channelArgs.SetChannelArgs(&args);
-        int count = 0;
-        for (size_t i = 0; i < args.num_args; ++i)
-            count += std::string(args.args[i].key) == GRPC_SSL_TARGET_NAME_OVERRIDE_ARG;
-        return count;
+        return names;
     }
     std::string gatewayToken() const { return w.m_gatewayToken; }
     QString gatewayUser() const { return w.m_gatewayUser; }

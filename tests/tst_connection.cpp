@@ -1,5 +1,5 @@
-// The worker's connection frame against a real TLS server on loopback whose certificate
-// subject is not the host name, so every call goes through the target name override.
+// The worker's connection against a real TLS server on loopback whose certificate subject is
+// not the host name, so every call goes through the target name override.
 #include "testsupport.h"
 
 #include <QFile>
@@ -7,14 +7,11 @@
 
 #include <google/protobuf/empty.pb.h>
 
-#include "fakeserver.h"
 #include "testcertificate.h"
 
 namespace {
-const char* const kWhoAreYou = "/client.ClientCore/WhoAreYou";
-const char* const kIsUseGateway = "/common.CommonCore/isUseGateway";
-const char* const kCheckAuthStatus = "/gateway.GatewayCore/CheckAuthStatus";
-const char* const kHeartbeat = "/client.ClientCore/Heartbeat";
+const std::string kWhoAreYou = "/client.ClientCore/WhoAreYou";
+const std::string kHeartbeat = "/client.ClientCore/Heartbeat";
 
 QByteArray readFile(const QString& path)
 {
@@ -22,12 +19,24 @@ QByteArray readFile(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-QString writeFile(const QString& path, const QByteArray& contents)
+bool writeFile(const QString& path, const QByteArray& contents)
 {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size())
-        return QString();
-    return path;
+    return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size();
+}
+
+QByteArray certificateWithoutSubject()
+{
+    QTemporaryDir dir;
+    return readFile(vdifake::makeSelfSignedCertificate(dir.path(), QString(), QString(), QStringLiteral("none")).certPath);
+}
+
+grpc::Status whoAreYou(VdiDesktopGrpcWorker& worker)
+{
+    grpc::ClientContext context;
+    worker.buildClientContext(&context);
+    client::WhoAreYouReply reply;
+    return VdiWorkerProbe(worker).stub()->WhoAreYou(&context, google::protobuf::Empty(), &reply);
 }
 } // namespace
 
@@ -35,74 +44,26 @@ class TestConnection : public QObject
 {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init() { m_server.reset(new vditest::TestServer); }
+    void cleanup() { m_server.reset(); }
 
-    void connectsThroughTargetNameOverride();
-    void badPemKeepsConnection_data();
-    void badPemKeepsConnection();
-    void laterCertificateWithSubjectIsUsed();
-    void rootCertificatesEndAtNul();
+    void connectionsMakeEveryStub();
+    void pemFiles_data();
+    void pemFiles();
     void contextCarriesMetadataAndDeadline();
     void tokenIsRefilledFromSettingsFile();
-    void reconnectReplacesEveryStub();
     void failedCallRebuildsChannels_data();
     void failedCallRebuildsChannels();
     void stopCancelsLiveContext();
     void probeOfRemoteHost();
 
 private:
-    grpc::Status whoAreYou(VdiDesktopGrpcWorker& worker, bool withContext = true);
-    QString emptySubjectPem();
-
-    std::unique_ptr<QTemporaryDir> m_dir;
-    std::unique_ptr<vdifake::FakeServer> m_server;
+    std::unique_ptr<vditest::TestServer> m_server;
 };
 
-void TestConnection::init()
-{
-    m_dir.reset(new QTemporaryDir);
-    QVERIFY(m_dir->isValid());
-    vdifake::FakeServer::Options options;
-    options.certDir = m_dir->path();
-    options.commonName = QStringLiteral("vdi-fake-controller");
-    m_server.reset(new vdifake::FakeServer(options));
-    QVERIFY(m_server->isRunning());
-    QVERIFY(QSslCertificate::fromPath(m_server->pemPath()).value(0).subjectDisplayName()
-            != QStringLiteral("127.0.0.1"));
-}
-
-void TestConnection::cleanup()
-{
-    m_server.reset();
-    m_dir.reset();
-}
-
-grpc::Status TestConnection::whoAreYou(VdiDesktopGrpcWorker& worker, bool withContext)
-{
-    grpc::ClientContext context;
-    if (withContext)
-        worker.buildClientContext(&context);
-    else
-        context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(10));
-    google::protobuf::Empty request;
-    client::WhoAreYouReply reply;
-    return VdiWorkerProbe(worker).stub()->WhoAreYou(&context, request, &reply);
-}
-
-QString TestConnection::emptySubjectPem()
-{
-    const vdifake::CertificateFiles files =
-        vdifake::makeSelfSignedCertificate(m_dir->path(), QString(), QString(), QStringLiteral("nosubject"));
-    if (!files.isValid())
-        return QString();
-    const QList<QSslCertificate> certificates = QSslCertificate::fromPath(files.certPath);
-    if (certificates.size() != 1 || !certificates.first().subjectDisplayName().isEmpty())
-        return QString();
-    return files.certPath;
-}
-
-void TestConnection::connectsThroughTargetNameOverride()
+// A controller's connection makes the client and common stubs, a gateway's the gateway and
+// upload stubs too; every connection replaces them all, and the target name override.
+void TestConnection::connectionsMakeEveryStub()
 {
     VdiDesktopGrpcWorker worker;
     VdiWorkerProbe probe(worker);
@@ -110,186 +71,139 @@ void TestConnection::connectsThroughTargetNameOverride()
     QCOMPARE(probe.language(), QStringLiteral("zn"));
 
     vditest::LogCapture log;
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
+    m_server->connect(worker);
     QCOMPARE(probe.host(), QStringLiteral("127.0.0.1"));
-    QCOMPARE(probe.port(), ushort(m_server->port()));
+    QCOMPARE(probe.port(), m_server->port());
     QCOMPARE(probe.target(), QStringLiteral("127.0.0.1:%1").arg(m_server->port()));
-    QCOMPARE(probe.targetNameOverride(), std::string("vdi-fake-controller"));
-    QVERIFY(probe.stub());
-    QVERIFY(probe.stubCommon());
-    QVERIFY(!probe.stubGateway());  // controller deployment
-    QVERIFY(!probe.stubUpload());
+    QVERIFY(probe.stub() && probe.stubCommon());
+    QVERIFY(!probe.stubGateway() && !probe.stubUpload());
     QCOMPARE(probe.language(), QStringLiteral("zh"));
     QVERIFY(log.contains(QStringLiteral(", type =  Controller"), QtDebugMsg));
     QVERIFY(log.contains(QStringLiteral(" grpcheader language: "), QtDebugMsg));
 
-    const grpc::Status status = whoAreYou(worker);
-    QVERIFY2(status.ok(), status.error_message().c_str());
-    QCOMPARE(m_server->callCount(kWhoAreYou), 1);
+    worker.initServerType(1);
+    m_server->connect(worker);
+    const auto stubs = [&] { return std::make_tuple(probe.stub(), probe.stubCommon(), probe.stubGateway(), probe.stubUpload()); };
+    const auto before = stubs();
+    QVERIFY(std::get<0>(before) && std::get<1>(before) && std::get<2>(before) && std::get<3>(before));
+    log.clear();
+    m_server->connect(worker);
+    QCOMPARE(probe.targetNameOverrides(), QStringList{QStringLiteral("vdi-fake-controller")});  // never appended
+    const auto after = stubs();
+    QVERIFY(std::get<0>(after) != std::get<0>(before) && std::get<1>(after) != std::get<1>(before)
+            && std::get<2>(after) != std::get<2>(before) && std::get<3>(after) != std::get<3>(before));
+    for (const char* name : {"stub", "stubCommon", "stubGateway", "stubUpload"})
+        QCOMPARE(log.count(QStringLiteral("ready to create new stub for %1, info = ").arg(QLatin1String(name))), 1);
+
+    QVERIFY(whoAreYou(worker).ok());
+    grpc::ClientContext common, gateway;
+    worker.buildClientContext(&common);
+    worker.buildClientContext(&gateway);
+    common::isUseGatewayResp commonReply;
+    gateway::CheckAuthStatusResp gatewayReply;
+    QVERIFY(probe.stubCommon()->isUseGateway(&common, common::isUseGatewayReq(), &commonReply).ok());
+    QVERIFY(probe.stubGateway()->CheckAuthStatus(&gateway, gateway::CheckAuthStatusReq(), &gatewayReply).ok());
+    QCOMPARE((*m_server)->callCount(), 3);
 }
 
-void TestConnection::badPemKeepsConnection_data()
+void TestConnection::pemFiles_data()
 {
-    QTest::addColumn<bool>("emptySubject");
-    QTest::addColumn<QString>("criticalLine");
-    QTest::newRow("missing file") << false << QStringLiteral(" pem file could not open.");
-    QTest::newRow("empty subject") << true
-                                   << QStringLiteral("fail to get ssl certificate infomation for SimpleRPC, "
-                                                     "subject name is null. Pem file is :");
+    QTest::addColumn<bool>("exists");
+    QTest::addColumn<QByteArray>("content");  // "@CERT@": the server's certificate
+    QTest::addColumn<bool>("usable");
+    QTest::newRow("missing file") << false << QByteArray() << false;
+    QTest::newRow("certificate without subject") << true << certificateWithoutSubject() << false;
+    QTest::newRow("empty") << true << QByteArray("") << false;
+    QTest::newRow("garbage") << true << QByteArray("-----BEGIN CERTIFICATE-----\n\x01\xff not base64 ***\n") << false;
+    QTest::newRow("binary") << true << QByteArray("\x00\x30\x82\x01\x0a", 5) << false;
+    QTest::newRow("a later certificate has the subject") << true << certificateWithoutSubject() + "@CERT@" << true;
+    QTest::newRow("junk after a NUL") << true << QByteArray("@CERT@\0 trailing junk", 21) << true;
 }
 
-void TestConnection::badPemKeepsConnection()
+// A pem file that cannot be opened or holds no certificate with a subject builds no channel: the
+// connection made before stays. A readable file's text, up to a NUL, is taken all the same.
+void TestConnection::pemFiles()
 {
-    QFETCH(bool, emptySubject);
-    QFETCH(QString, criticalLine);
-    const QString pem = emptySubject ? emptySubjectPem() : m_dir->path() + QStringLiteral("/missing.pem");
-    QVERIFY2(!pem.isEmpty(), "could not make a certificate with an empty subject");
+    QFETCH(bool, exists);
+    QFETCH(QByteArray, content);
+    QFETCH(bool, usable);
+    const QString pem = m_server->dir() + QStringLiteral("/tried.pem");
+    content.replace("@CERT@", readFile(m_server->pemPath()));
+    QVERIFY(!exists || writeFile(pem, content));
 
     VdiDesktopGrpcWorker worker;
     VdiWorkerProbe probe(worker);
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
-    const auto stub = probe.stub();
-    const auto stubCommon = probe.stubCommon();
+    m_server->connect(worker);
+    const auto stubs = std::make_pair(probe.stub(), probe.stubCommon());
+    const std::string roots = probe.rootCertificates();
 
     vditest::LogCapture log;
-    worker.initConnection(pem, QStringLiteral("10.99.0.1"), 1, true);
-    QVERIFY(log.contains(criticalLine, QtCriticalMsg));
-    QCOMPARE(probe.pemFile(), pem);  // stored before the open
+    worker.initConnection(pem, usable ? QStringLiteral("127.0.0.1") : QStringLiteral("10.99.0.1"),
+                          usable ? m_server->port() : 1, true);
+    const QString missing = QStringLiteral(" pem file could not open.");
+    const QString noSubject = QStringLiteral("fail to get ssl certificate infomation for SimpleRPC, subject name is null. "
+                                             "Pem file is :");
+    QCOMPARE(log.count(missing, QtCriticalMsg) + log.count(noSubject, QtCriticalMsg), usable ? 0 : 1);
+    QVERIFY2(usable || log.contains(exists ? noSubject : missing), qPrintable(log.dump()));
+    QCOMPARE(probe.pemFile(), pem);
     QCOMPARE(probe.host(), QStringLiteral("127.0.0.1"));
-    QCOMPARE(probe.port(), ushort(m_server->port()));
-    QCOMPARE(probe.stub(), stub);
-    QCOMPARE(probe.stubCommon(), stubCommon);
-    QCOMPARE(probe.language(), QStringLiteral("zh"));
-    // A readable file's text is taken before the subject check.
-    if (emptySubject)
-        QCOMPARE(QByteArray::fromStdString(probe.rootCertificates()), readFile(pem));
-    QVERIFY(whoAreYou(worker).ok());
-}
-
-void TestConnection::laterCertificateWithSubjectIsUsed()
-{
-    const QString first = emptySubjectPem();
-    QVERIFY(!first.isEmpty());
-    const QString pem = writeFile(m_dir->path() + QStringLiteral("/two.pem"),
-                                  readFile(first) + readFile(m_server->pemPath()));
-    QVERIFY(!pem.isEmpty());
-
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    worker.initConnection(pem, QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
-    QCOMPARE(probe.targetNameOverride(), std::string("vdi-fake-controller"));
+    QCOMPARE(probe.port(), m_server->port());
+    QCOMPARE(std::make_pair(probe.stub(), probe.stubCommon()) == stubs, !usable);
+    QCOMPARE(probe.language(), usable ? QStringLiteral("en") : QStringLiteral("zh"));
+    QCOMPARE(QByteArray::fromStdString(probe.rootCertificates()),
+             exists ? QByteArray(content.constData()) : QByteArray::fromStdString(roots));
+    QCOMPARE(probe.targetNameOverrides(), QStringList{QStringLiteral("vdi-fake-controller")});
     const grpc::Status status = whoAreYou(worker);
     QVERIFY2(status.ok(), status.error_message().c_str());
-}
-
-void TestConnection::rootCertificatesEndAtNul()
-{
-    const QByteArray certificate = readFile(m_server->pemPath());
-    const QString pem = writeFile(m_dir->path() + QStringLiteral("/nul.pem"),
-                                  certificate + QByteArray("\0 trailing junk", 15));
-    QVERIFY(!pem.isEmpty());
-
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    worker.initConnection(pem, QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
-    QCOMPARE(QByteArray::fromStdString(probe.rootCertificates()), certificate);
-    QVERIFY(whoAreYou(worker).ok());
 }
 
 void TestConnection::contextCarriesMetadataAndDeadline()
 {
     VdiDesktopGrpcWorker worker;
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
+    m_server->connect(worker);
     QVERIFY(whoAreYou(worker).ok());
-
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), true);
+    m_server->connect(worker, true);
     worker.setTimeout(5);
     QVERIFY(whoAreYou(worker).ok());
 
-    const auto calls = m_server->calls(kWhoAreYou);
+    const auto calls = (*m_server)->calls(kWhoAreYou);
     QCOMPARE(calls.size(), size_t(2));
     // No settings file, no token: the key is sent all the same, empty.
     QCOMPARE(calls[0].metadata.count("gatewayaccesstoken"), size_t(1));
     QCOMPARE(calls[0].metadataValue("gatewayaccesstoken"), std::string());
     QCOMPARE(calls[0].metadataValue("client-language"), std::string("zh"));
-    // The deadline travels rounded up to the transport's unit: a little over the span is fine.
-    QVERIFY2(calls[0].deadlineSeconds > 29.0 && calls[0].deadlineSeconds <= 30.2,
-             QByteArray::number(calls[0].deadlineSeconds).constData());
     QCOMPARE(calls[1].metadataValue("client-language"), std::string("en"));
-    QVERIFY2(calls[1].deadlineSeconds > 4.0 && calls[1].deadlineSeconds <= 5.2,
-             QByteArray::number(calls[1].deadlineSeconds).constData());
+    // The deadline travels rounded up to the transport's unit: a little over the span is fine.
+    QVERIFY2(calls[0].deadlineSeconds > 29.0 && calls[0].deadlineSeconds <= 30.2, QByteArray::number(calls[0].deadlineSeconds).constData());
+    QVERIFY2(calls[1].deadlineSeconds > 4.0 && calls[1].deadlineSeconds <= 5.2, QByteArray::number(calls[1].deadlineSeconds).constData());
 }
 
-// An empty token is looked up in the settings file for every call, and a token that appears in
-// the file (or changes there while none is held) is the one the next call carries.
+// An empty token is looked up in the settings file for every call: a token that appears in the
+// file, changes there or goes is what the next call carries.
 void TestConnection::tokenIsRefilledFromSettingsFile()
 {
     vditest::makeDocumentsDir();
     VdiDesktopGrpcWorker worker;
     VdiWorkerProbe probe(worker);
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
-    const auto save = [&](const std::string& token) {
-        probe.setGatewayCredentials(token, QStringLiteral("u"), QStringLiteral("p"));
-        worker.saveGatewayInfo();
+    m_server->connect(worker);
+    const auto sentTokenAfterSave = [&](const char* saved) {
+        if (saved) {
+            probe.setGatewayCredentials(saved, QStringLiteral("u"), QStringLiteral("p"));
+            worker.saveGatewayInfo();
+        }
         probe.setGatewayCredentials(std::string(), QString(), QString());
-    };
-    const auto sentToken = [&] {
-        m_server->clearCalls();
+        (*m_server)->clearCalls();
         whoAreYou(worker);
-        return m_server->calls(kWhoAreYou).at(0).metadataValue("gatewayaccesstoken");
+        return (*m_server)->calls(kWhoAreYou).at(0).metadataValue("gatewayaccesstoken");
     };
-
-    QCOMPARE(sentToken(), std::string());  // no file yet
-    save(std::string());
-    QCOMPARE(sentToken(), std::string());  // a file without a token
-    QCOMPARE(sentToken(), std::string());
-    save("token-from-file");
-    QCOMPARE(sentToken(), std::string("token-from-file"));
+    QCOMPARE(sentTokenAfterSave(nullptr), std::string());  // no file yet
+    QCOMPARE(sentTokenAfterSave(""), std::string());
+    QCOMPARE(sentTokenAfterSave(nullptr), std::string());
+    QCOMPARE(sentTokenAfterSave("token-from-file"), std::string("token-from-file"));
     QCOMPARE(probe.gatewayToken(), std::string("token-from-file"));
-
-    // A new file gives its new token; a removed one gives none.
-    save("second-token");
-    QCOMPARE(sentToken(), std::string("second-token"));
+    QCOMPARE(sentTokenAfterSave("second-token"), std::string("second-token"));
     QVERIFY(QFile::remove(worker.getGatewaySettingsFilePath()));
-    probe.setGatewayCredentials(std::string(), QString(), QString());
-    QCOMPARE(sentToken(), std::string());
-}
-
-void TestConnection::reconnectReplacesEveryStub()
-{
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    worker.initServerType(1);
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
-    QVERIFY(probe.stub() && probe.stubCommon() && probe.stubGateway() && probe.stubUpload());
-    const auto before = std::make_tuple(probe.stub(), probe.stubCommon(), probe.stubGateway(), probe.stubUpload());
-
-    vditest::LogCapture log;
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
-    QCOMPARE(probe.targetNameOverrideCount(), 1);  // replaced, never appended
-    QVERIFY(probe.stub() != std::get<0>(before));
-    QVERIFY(probe.stubCommon() != std::get<1>(before));
-    QVERIFY(probe.stubGateway() != std::get<2>(before));
-    QVERIFY(probe.stubUpload() != std::get<3>(before));
-    for (const char* name : {"stub", "stubCommon", "stubGateway", "stubUpload"})
-        QCOMPARE(log.count(QStringLiteral("ready to create new stub for %1, info = ").arg(QLatin1String(name))), 1);
-
-    // Each of the new channels works.
-    QVERIFY(whoAreYou(worker).ok());
-    {
-        grpc::ClientContext context;
-        worker.buildClientContext(&context);
-        common::isUseGatewayResp reply;
-        QVERIFY(probe.stubCommon()->isUseGateway(&context, common::isUseGatewayReq(), &reply).ok());
-    }
-    {
-        grpc::ClientContext context;
-        worker.buildClientContext(&context);
-        gateway::CheckAuthStatusResp reply;
-        QVERIFY(probe.stubGateway()->CheckAuthStatus(&context, gateway::CheckAuthStatusReq(), &reply).ok());
-    }
-    QCOMPARE(m_server->callCount(kIsUseGateway), 1);
-    QCOMPARE(m_server->callCount(kCheckAuthStatus), 1);
+    QCOMPARE(sentTokenAfterSave(nullptr), std::string());
 }
 
 void TestConnection::failedCallRebuildsChannels_data()
@@ -299,16 +213,17 @@ void TestConnection::failedCallRebuildsChannels_data()
     QTest::newRow("deadline exceeded") << int(grpc::StatusCode::DEADLINE_EXCEEDED);  // answered at once
 }
 
+// The rebuilt channels go to the same server and speak the language chosen at the connection.
 void TestConnection::failedCallRebuildsChannels()
 {
     QFETCH(int, code);
     vdifake::Script failure;
     failure.code = grpc::StatusCode(code);
-    m_server->queueScript(kHeartbeat, failure);  // the second beat is answered OK
+    (*m_server)->queueScript(kHeartbeat, failure);  // the second beat is answered OK
 
     VdiDesktopGrpcWorker worker;
     VdiWorkerProbe probe(worker);
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), true);
+    m_server->connect(worker, true);
     const auto stub = probe.stub();
     const auto stubCommon = probe.stubCommon();
 
@@ -318,13 +233,11 @@ void TestConnection::failedCallRebuildsChannels()
     QVERIFY(probe.stub() && probe.stub() != stub);
     QVERIFY(probe.stubCommon() && probe.stubCommon() != stubCommon);
     QCOMPARE(probe.host(), QStringLiteral("127.0.0.1"));
-    QCOMPARE(probe.port(), ushort(m_server->port()));
+    QCOMPARE(probe.port(), m_server->port());
 
-    // The rebuilt channels speak the language chosen at the connection.
     worker.sendHeart(tagHeartbeatRequest());
-    const auto calls = m_server->calls(kHeartbeat);
+    const auto calls = (*m_server)->calls(kHeartbeat);
     QCOMPARE(calls.size(), size_t(2));
-    QCOMPARE(calls[0].metadataValue("client-language"), std::string("en"));
     QCOMPARE(calls[1].metadataValue("client-language"), std::string("en"));
 }
 
@@ -332,43 +245,32 @@ void TestConnection::stopCancelsLiveContext()
 {
     VdiDesktopGrpcWorker worker;
     VdiWorkerProbe probe(worker);
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
-
-    vditest::LogCapture log;
-    worker.stop();
-    QVERIFY(!log.contains(QStringLiteral("VdiDesktopGrpcWorker::stop try cancel")));
-
+    m_server->connect(worker);
     const std::shared_ptr<grpc::ClientContext> context = probe.newCallContext();
     worker.buildClientContext(context.get());
     QVERIFY(probe.hasCurrentContext());
+    vditest::LogCapture log;
     worker.stop();
     QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::stop try cancel"), QtDebugMsg));
-
-    google::protobuf::Empty request;
     client::WhoAreYouReply reply;
-    const grpc::Status status = probe.stub()->WhoAreYou(context.get(), request, &reply);
-    QCOMPARE(int(status.error_code()), int(grpc::StatusCode::CANCELLED));
+    QCOMPARE(probe.stub()->WhoAreYou(context.get(), google::protobuf::Empty(), &reply).error_code(),
+             grpc::StatusCode::CANCELLED);
 }
 
+// The reachability probe knocks at the port over IPv4 only.
 void TestConnection::probeOfRemoteHost()
 {
     VdiDesktopGrpcWorker worker;
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), ushort(m_server->port()), false);
+    m_server->connect(worker);
     vditest::LogCapture log;
     QVERIFY(worker.tryConnetRemoteHost());
     QVERIFY(log.contains(QStringLiteral("seccess to connect remote host: "), QtInfoMsg));
 
-    // A port nobody listens on.
-    QTcpServer listener;
-    QVERIFY(listener.listen(QHostAddress::LocalHost));
-    const ushort closedPort = listener.serverPort();
-    listener.close();
-    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), closedPort, false);
+    worker.initConnection(m_server->pemPath(), QStringLiteral("127.0.0.1"), vditest::unusedPort(), false);
     log.clear();
     QVERIFY(!worker.tryConnetRemoteHost());
     QVERIFY(!log.contains(QStringLiteral("seccess")));
 
-    // The probe speaks IPv4 only.
     QTcpServer v6;
     if (v6.listen(QHostAddress::LocalHostIPv6)) {
         worker.initConnection(m_server->pemPath(), QStringLiteral("::1"), v6.serverPort(), false);

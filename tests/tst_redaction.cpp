@@ -7,7 +7,7 @@ class TestRedaction : public QObject
 private slots:
     void redaction_data();
     void redaction();
-    void debugVariantWorksOnACopy();
+    void singleKey();
 };
 
 void TestRedaction::redaction_data()
@@ -55,18 +55,12 @@ void TestRedaction::redaction()
     QCOMPARE(worker.debugInfoWithoutKeyList(text), expected);
 }
 
-void TestRedaction::debugVariantWorksOnACopy()
+void TestRedaction::singleKey()
 {
-    VdiDesktopGrpcWorker worker;
-    const QString text = QStringLiteral("password: \"secret\"\n");
-    const QString redacted = worker.debugInfoWithoutKeyList(text);
-    QVERIFY(!redacted.contains(QLatin1String("secret")));
-    QCOMPARE(text, QStringLiteral("password: \"secret\"\n"));
-
-    QString single = QStringLiteral("spice_password: \"s\"\n") + QString(40, QLatin1Char('-'));
+    QString text = QStringLiteral("spice_password: \"s\"\n") + QString(40, QLatin1Char('-'));
     QString key = QStringLiteral("spice_password");
-    worker.printInfoWithoutKeyValue(single, key);
-    QCOMPARE(single, QString(17, QLatin1Char('-')));  // 14 + 29 characters went, 20 of them before the dashes
+    VdiDesktopGrpcWorker().printInfoWithoutKeyValue(text, key);
+    QCOMPARE(text, QString(17, QLatin1Char('-')));  // 14 + 29 characters went, 20 of them before the dashes
 }
 
 VDI_TEST_MAIN(TestRedaction)
