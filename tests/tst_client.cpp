@@ -1,18 +1,11 @@
-// vdi-client as a user runs it: the program against the built-in deployment served in this
-// process (and once against the vdi-simulator program), its JSON read back, its exit codes, its
-// help, and never a password in what it prints.
-#include "scenarioserver.h"
+// vdi-client as a user runs it against the built-in deployment served in this process: its JSON
+// read back, its exit codes, its help, and never a password in what it prints.
 #include "testsupport.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QtTest>
-
-#include <memory>
 
 namespace {
 
@@ -21,75 +14,51 @@ struct Run {
     QByteArray out;
     QByteArray err;
     QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
+    QString text(const QString& key) const { return json().value(key).toString(); }
+    // The `key` of every row of the table `table`.
+    QStringList column(const QString& table, const QString& key) const
+    {
+        QStringList values;
+        for (const QJsonValue& row : json().value(table).toArray())
+            values << row.toObject().value(key).toString();
+        return values;
+    }
 };
 
-class Deployment {
-public:
-    explicit Deployment(const QString& mode)
-        : m_server(vditest::serveBuiltInDeployment(mode))
-    {
-    }
-    bool started() const { return m_server != nullptr; }
-    vdifake::ScenarioServer& server() { return *m_server; }
+const QString kDemoUser = QStringLiteral("--user demo-user --password demo-password ");
 
-    // vdi-client with the server's address and certificate, in a home of the run's own (the
+// The built-in deployment in a mode, and vdi-client pointed at it.
+struct Deployment {
+    explicit Deployment(const char* mode) : server(vditest::serveBuiltInDeployment(QLatin1String(mode))) {}
+    // vdi-client with the words of `line` (whose options win), then `more`, in a home of its own (the
     // gateway's token is saved there), stdin fed with `input`.
-    Run client(QStringList args, const QByteArray& input = QByteArray(), const QString& pem = QString())
+    Run client(const QString& line, const QByteArray& input = {}, const QStringList& more = {}) const
     {
-        args = QStringList{QStringLiteral("--port"), QString::number(m_server->port()), QStringLiteral("--pem"),
-                           pem.isNull() ? m_server->pemPath() : pem, QStringLiteral("--timeout"), QStringLiteral("10")}
-            + args;
-        return runClient(args, input);
-    }
-
-    static Run runClient(const QStringList& args, const QByteArray& input = QByteArray())
-    {
-        QTemporaryDir home;
+        const QTemporaryDir home;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(QStringLiteral("HOME"), home.path());
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path());
         env.remove(QStringLiteral("VDI_PASSWORD"));
         QProcess process;
         process.setProcessEnvironment(env);
-        process.start(QStringLiteral(VDI_CLIENT), args);
+        process.start(QStringLiteral(VDI_CLIENT), QStringList{"--port", QString::number(server->port()), "--pem",
+                                                              server->pemPath(), "--timeout", "10"} +
+                                                      line.split(QLatin1Char(' '), Qt::SkipEmptyParts) + more);
         Run run;
         if (!process.waitForStarted(10000))
             return run;
         process.write(input);
         process.closeWriteChannel();
-        if (!process.waitForFinished(60000)) {
-            process.kill();
-            process.waitForFinished();
-            return run;
-        }
-        run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+        if (process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit)
+            run.exitCode = process.exitCode();
+        else
+            process.kill(), process.waitForFinished();
         run.out = process.readAllStandardOutput();
         run.err = process.readAllStandardError();
         return run;
     }
-
-private:
-    std::unique_ptr<vdifake::ScenarioServer> m_server;
+    std::unique_ptr<vdifake::ScenarioServer> server;
 };
-
-const QStringList kDemoUser{QStringLiteral("--user"), QStringLiteral("demo-user"), QStringLiteral("--password"),
-                            QStringLiteral("demo-password")};
-
-QStringList names(const QJsonArray& rows, const QString& key)
-{
-    QStringList list;
-    for (const QJsonValue& row : rows)
-        list << row.toObject().value(key).toString();
-    return list;
-}
-
-QString stateOf(const QJsonObject& desktops, const QString& name)
-{
-    for (const QJsonValue& row : desktops.value(QStringLiteral("desktops")).toArray())
-        if (row.toObject().value(QStringLiteral("name")).toString() == name)
-            return row.toObject().value(QStringLiteral("state")).toString();
-    return QString();
-}
 
 } // namespace
 
@@ -98,113 +67,87 @@ class TestClient : public QObject
     Q_OBJECT
 private slots:
     void discoversAndListsDesktops();
-    void operationsChangeTheDesktop();
-    void applyPrintsConnectionDataWithoutPasswords();
-    void exitCodesTellWhatFailed();
+    void operationsAndConnectionData();
+    void answers_data();
+    void answers();
     void gatewayRoad();
-    void againstTheSimulatorProgram();
-    void helpPerCommand();
 };
 
 void TestClient::discoversAndListsDesktops()
 {
-    Deployment deployment(QStringLiteral("controller"));
-    QVERIFY(deployment.started());
+    const Deployment deployment("controller");
+    QVERIFY(deployment.server);
 
     // A user given, but discovery logs in as nobody: no password asked.
-    const Run discovered = deployment.client({QStringLiteral("--user"), QStringLiteral("demo-user"), QStringLiteral("--json"),
-                                              QStringLiteral("discover")});
+    const Run discovered = deployment.client("--user demo-user --json discover");
     QCOMPARE(discovered.exitCode, 0);
     QVERIFY2(!discovered.err.contains("Password"), discovered.err.constData());
-    QCOMPARE(discovered.json().value(QStringLiteral("tlsName")).toString(), deployment.server().commonName());
-    QCOMPARE(discovered.json().value(QStringLiteral("serverType")).toString(), QStringLiteral("controller"));
-    QCOMPARE(discovered.json().value(QStringLiteral("serverName")).toString(), QStringLiteral("vdi-fake-controller"));
-    QCOMPARE(discovered.json().value(QStringLiteral("nodes")).toArray().size(), 2);
+    QCOMPARE(discovered.text("tlsName"), deployment.server->commonName());
+    QCOMPARE(discovered.text("serverType"), QStringLiteral("controller"));
+    QCOMPARE(discovered.text("serverName"), QStringLiteral("vdi-fake-controller"));
+    QCOMPARE(discovered.json().value("nodes").toArray().size(), 2);
 
-    const Run listed = deployment.client(kDemoUser + QStringList{QStringLiteral("--json"), QStringLiteral("desktops")});
+    const Run listed = deployment.client(kDemoUser + "--json desktops");
     QCOMPARE(listed.exitCode, 0);
-    const QJsonObject json = listed.json();
-    QCOMPARE(names(json.value(QStringLiteral("pools")).toArray(), QStringLiteral("name")),
-             (QStringList{QStringLiteral("Office desktops"), QStringLiteral("Engineering workstations"),
-                          QStringLiteral("Training lab")}));
-    QCOMPARE(json.value(QStringLiteral("desktops")).toArray().size(), 6);
-    QVERIFY(names(json.value(QStringLiteral("desktops")).toArray(), QStringLiteral("name"))
-                .contains(QStringLiteral("office-demo-user-2")));
+    QCOMPARE(listed.column("pools", "name"), (QStringList{QStringLiteral("Office desktops"),
+                                                          QStringLiteral("Engineering workstations"),
+                                                          QStringLiteral("Training lab")}));
+    const QStringList desktops = listed.column("desktops", "name");
+    QCOMPARE(desktops.size(), 6);
+    QVERIFY(desktops.contains(QStringLiteral("office-demo-user-2")));
+
+    // The same as a table for people.
+    const Run table = deployment.client(kDemoUser + "desktops");
+    QCOMPARE(table.exitCode, 0);
+    QVERIFY2(table.out.contains("Desktops (6):") && table.out.contains("office-demo-user-2"), table.out.constData());
 
     // The branding comes twice from the library; the client shows it once.
-    const Run options = deployment.client(kDemoUser + QStringList{QStringLiteral("options")});
+    const Run options = deployment.client(kDemoUser + "options");
     QCOMPARE(options.exitCode, 0);
     QCOMPARE(options.out.count("systemName: Simulated Desktop Cloud"), 1);
     QVERIFY(options.out.contains("smsLogin: yes"));
 
     // Without --password or VDI_PASSWORD the password is asked (read from stdin when it is no terminal).
-    const Run asked = deployment.client({QStringLiteral("--user"), QStringLiteral("demo-user"), QStringLiteral("--json"),
-                                         QStringLiteral("login")},
-                                        "demo-password\n");
+    const Run asked = deployment.client("--user demo-user --json login", "demo-password\n");
     QCOMPARE(asked.exitCode, 0);
     QVERIFY(asked.err.contains("Password for demo-user: "));
-    QCOMPARE(asked.json().value(QStringLiteral("user")).toString(), QStringLiteral("demo-user"));
-
-    // The same values as a table for people.
-    const Run table = deployment.client(kDemoUser + QStringList{QStringLiteral("desktops")});
-    QCOMPARE(table.exitCode, 0);
-    QVERIFY2(table.out.contains("Desktops (6):"), table.out.constData());
-    QVERIFY(table.out.contains("office-demo-user-2"));
+    QCOMPARE(asked.text("user"), QStringLiteral("demo-user"));
 }
 
-void TestClient::operationsChangeTheDesktop()
+// The operations change the desktop; a desktop applied for comes with its connection data, without
+// the passwords of the reply.
+void TestClient::operationsAndConnectionData()
 {
-    Deployment deployment(QStringLiteral("controller"));
-    QVERIFY(deployment.started());
-    const QString desktop = QStringLiteral("office-demo-user-2");
-    const QStringList json{QStringLiteral("--json")};
-    QCOMPARE(stateOf(deployment.client(kDemoUser + json + QStringList{QStringLiteral("desktops")}).json(), desktop),
-             QStringLiteral("shutdown"));
-
-    const Run started = deployment.client(kDemoUser + json + QStringList{QStringLiteral("operate"), desktop,
-                                                                         QStringLiteral("start")});
+    const Deployment deployment("controller");
+    QVERIFY(deployment.server);
+    const auto stateOf = [&deployment](const QString& desktop) {
+        const Run listed = deployment.client(kDemoUser + "--json desktops");
+        return listed.column("desktops", "state").value(listed.column("desktops", "name").indexOf(desktop));
+    };
+    QCOMPARE(stateOf(QStringLiteral("office-demo-user-2")), QStringLiteral("shutdown"));
+    const Run started = deployment.client(kDemoUser + "--json operate office-demo-user-2 start");
     QCOMPARE(started.exitCode, 0);
-    QCOMPARE(started.json().value(QStringLiteral("state")).toString(), QStringLiteral("running"));
-    QVERIFY(!started.json().value(QStringLiteral("port")).toString().isEmpty());
-    QCOMPARE(stateOf(deployment.client(kDemoUser + json + QStringList{QStringLiteral("desktops")}).json(), desktop),
-             QStringLiteral("running"));
+    QCOMPARE(started.text("state"), QStringLiteral("running"));
+    QVERIFY(!started.text("port").isEmpty());
+    QCOMPARE(stateOf(QStringLiteral("office-demo-user-2")), QStringLiteral("running"));
 
-    // Snapshots where the pool allows them.
-    const Run created = deployment.client(kDemoUser + json + QStringList{QStringLiteral("snapshot"), QStringLiteral("eng-demo-user-3"),
-                                                                         QStringLiteral("create"), QStringLiteral("s1")});
+    // Snapshots where the pool allows them (where not: answers).
+    const Run created = deployment.client(kDemoUser + "--json snapshot eng-demo-user-3 create s1");
     QCOMPARE(created.exitCode, 0);
-    QVERIFY(names(created.json().value(QStringLiteral("snapshots")).toArray(), QStringLiteral("name"))
-                .contains(QStringLiteral("s1")));
-    const Run refused = deployment.client(kDemoUser + QStringList{QStringLiteral("snapshot"), desktop,
-                                                                  QStringLiteral("create"), QStringLiteral("s1")});
-    QCOMPARE(refused.exitCode, 3);  // a pool without snapshots
+    QVERIFY(created.column("snapshots", "name").contains(QStringLiteral("s1")));
 
-    const Run unknown = deployment.client(kDemoUser + QStringList{QStringLiteral("operate"), QStringLiteral("nowhere"),
-                                                                  QStringLiteral("start")});
-    QCOMPARE(unknown.exitCode, 1);
-    const Run badAction = deployment.client(kDemoUser + QStringList{QStringLiteral("operate"), desktop,
-                                                                    QStringLiteral("explode")});
-    QCOMPARE(badAction.exitCode, 1);
-}
-
-void TestClient::applyPrintsConnectionDataWithoutPasswords()
-{
-    Deployment deployment(QStringLiteral("controller"));
-    QVERIFY(deployment.started());
-    const Run json = deployment.client(kDemoUser + QStringList{QStringLiteral("--json"), QStringLiteral("apply"),
-                                                               QStringLiteral("Office desktops")});
+    // A desktop of a pool with its connection data.
+    const QStringList pool{QStringLiteral("Office desktops")};
+    const Run json = deployment.client(kDemoUser + "--json apply", {}, pool);
     QCOMPARE(json.exitCode, 0);
-    const QJsonObject data = json.json();
-    QCOMPARE(data.value(QStringLiteral("protocol")).toString(), QStringLiteral("spice"));
-    QVERIFY(!data.value(QStringLiteral("host")).toString().isEmpty());
-    QVERIFY(!data.value(QStringLiteral("port")).toString().isEmpty());
-    QCOMPARE(data.value(QStringLiteral("state")).toString(), QStringLiteral("running"));
+    QCOMPARE(json.text("protocol"), QStringLiteral("spice"));
+    QVERIFY(!json.text("host").isEmpty());
+    QVERIFY(!json.text("port").isEmpty());
+    QCOMPARE(json.text("state"), QStringLiteral("running"));
+    QVERIFY(!deployment.server->calls("/client.ClientCore/ApplyForVm").empty());
 
     // The reply holds the desktop account's and the spice passwords: neither key nor value is shown.
-    const std::vector<vdifake::RecordedCall> calls = deployment.server().calls("/client.ClientCore/ApplyForVm");
-    QVERIFY(!calls.empty());
-    const Run text = deployment.client(kDemoUser + QStringList{QStringLiteral("--verbose"), QStringLiteral("apply"),
-                                                               QStringLiteral("Office desktops")});
+    const Run text = deployment.client(kDemoUser + "--verbose apply", {}, pool);
     QCOMPARE(text.exitCode, 0);
     for (const QByteArray& out : {json.out, text.out}) {
         QVERIFY2(!out.toLower().contains("password"), out.constData());
@@ -214,121 +157,98 @@ void TestClient::applyPrintsConnectionDataWithoutPasswords()
     QVERIFY(!text.err.contains("demo-password"));  // the library's own log redacts it too
 }
 
-void TestClient::exitCodesTellWhatFailed()
+void TestClient::answers_data()
 {
-    Deployment deployment(QStringLiteral("controller"));
-    QVERIFY(deployment.started());
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<int>("heartbeat");  // the status the server ends the heartbeat with
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("shown");   // texts between '|', the first one at the start
+    QTest::addColumn<QString>("absent");
+    const QString user = "--json " + kDemoUser;
+    const char* apply = "Usage: vdi-client [options] apply POOL\n|never printed|VDI_PASSWORD|Exit codes: 0 done";
+    QTest::newRow("help") << "--help" << 0 << 0 << "Usage: |Exit codes: 0 done|help-report TYPE DESCRIPTION"
+                          << "never printed";
+    QTest::newRow("help apply") << "help apply" << 0 << 0 << apply << "TLS name";
+    QTest::newRow("apply --help") << "apply --help" << 0 << 0 << apply << "TLS name";
+    QTest::newRow("help discover, no login") << "help discover" << 0 << 0
+                                             << "Usage: vdi-client [options] discover|TLS name" << "VDI_PASSWORD";
+    QTest::newRow("refused login") << "--json --user demo-user --password wrong login" << 0 << 3
+                                   << "login as \"demo-user\": refused by the server, code 1: 用户名或密码错误 / wrong "
+                                      "user name or password" << QString();
+    QTest::newRow("pool without snapshots") << user + "snapshot office-demo-user-2 create s1" << 0 << 3
+                                            << "snapshot create of \"office-demo-user-2\": refused by the server" << QString();
+    QTest::newRow("nobody listens") << QStringLiteral("--json --port %1 discover").arg(vditest::unusedPort()) << 0 << 2
+                                    << "server type: the server cannot be reached (code 14" << QString();
+    QTest::newRow("no certificate") << "--json --pem /nonexistent.pem discover" << 0 << 2
+                                    << "cannot read the server's certificate \"/nonexistent.pem\" (--pem)" << QString();
+    QTest::newRow("server error") << user + "heartbeat" << int(grpc::StatusCode::INTERNAL) << 4
+                                  << "heartbeat: the call failed with gRPC status 13 (failed)" << QString();
+    QTest::newRow("deadline") << user + "heartbeat" << int(grpc::StatusCode::DEADLINE_EXCEEDED) << 5
+                              << "heartbeat: the server did not answer in time (code 4)" << QString();
+    QTest::newRow("no such desktop") << user + "operate nowhere start" << 0 << 1
+                                     << "no desktop \"nowhere\" among the user's desktops" << QString();
+    QTest::newRow("no such action") << user + "operate office-demo-user-2 explode" << 0 << 1
+                                    << "operate wants a desktop and one of state, start" << QString();
+    QTest::newRow("no such command") << "--json no-such-command" << 0 << 1 << "name a command" << QString();
+    QTest::newRow("no user") << "--json desktops" << 0 << 1 << "this command logs in: give --user" << QString();
+    QTest::newRow("help of no command") << "--json help explode" << 0 << 1 << "no command \"explode\"" << QString();
+    QTest::newRow("no such option") << "--no-such-option discover" << 0 << 1 << "error: Unknown option 'no-such-option'"
+                                    << QString();
+}
 
-    const Run refused = deployment.client({QStringLiteral("--user"), QStringLiteral("demo-user"), QStringLiteral("--password"),
-                                           QStringLiteral("wrong"), QStringLiteral("--json"), QStringLiteral("login")});
-    QCOMPARE(refused.exitCode, 3);
-    QVERIFY(refused.json().value(QStringLiteral("error")).toObject().value(QStringLiteral("message")).toString().contains(
-        QStringLiteral("wrong user name or password")));
-
-    const Run unreachable = Deployment::runClient({QStringLiteral("--port"), QString::number(vditest::unusedPort()),
-                                                   QStringLiteral("--pem"), deployment.server().pemPath(),
-                                                   QStringLiteral("discover")});
-    QCOMPARE(unreachable.exitCode, 2);
-    QCOMPARE(deployment.client({QStringLiteral("discover")}, QByteArray(), QStringLiteral("/nonexistent.pem")).exitCode, 2);
-
-    deployment.server().withServer([](vdifake::FakeServer& server) {
-        server.setStatus("/client.ClientCore/Heartbeat", grpc::StatusCode::INTERNAL, "broken");
+// The exit code and what the client prints: with --json a failure's reason, and its exit code
+// again, in the output's error.
+void TestClient::answers()
+{
+    QFETCH(QString, line);
+    QFETCH(int, heartbeat);
+    QFETCH(int, exitCode);
+    QFETCH(QString, shown);
+    QFETCH(QString, absent);
+    const Deployment deployment("controller");
+    QVERIFY(deployment.server);
+    deployment.server->withServer([heartbeat](vdifake::FakeServer& server) {
+        if (heartbeat)
+            server.setStatus("/client.ClientCore/Heartbeat", grpc::StatusCode(heartbeat), "failed");
     });
-    QCOMPARE(deployment.client(kDemoUser + QStringList{QStringLiteral("heartbeat")}).exitCode, 4);
-
-    deployment.server().withServer([](vdifake::FakeServer& server) {
-        server.setStatus("/client.ClientCore/Heartbeat", grpc::StatusCode::DEADLINE_EXCEEDED, "slow");
-    });
-    QCOMPARE(deployment.client(kDemoUser + QStringList{QStringLiteral("heartbeat")}).exitCode, 5);
-
-    QCOMPARE(deployment.client({QStringLiteral("no-such-command")}).exitCode, 1);
-    QCOMPARE(deployment.client({QStringLiteral("desktops")}).exitCode, 1);  // no user
+    const Run run = deployment.client(line);
+    QCOMPARE(run.exitCode, exitCode);
+    const QJsonObject error = run.json().value("error").toObject();
+    const bool json = line.startsWith(QLatin1String("--json"));
+    if (json)
+        QCOMPARE(error.value("exitCode").toInt(), exitCode);
+    const QString out = json ? error.value("message").toString() : QString::fromUtf8(run.out);
+    QVERIFY2(out.startsWith(shown.section(QLatin1Char('|'), 0, 0)), qPrintable(out));
+    for (const QString& text : shown.split(QLatin1Char('|')))
+        QVERIFY2(out.contains(text), qPrintable(text));
+    QVERIFY2(absent.isNull() || !out.contains(absent), qPrintable(absent));
 }
 
 void TestClient::gatewayRoad()
 {
-    Deployment deployment(QStringLiteral("gateway"));
-    QVERIFY(deployment.started());
-    const QStringList login{QStringLiteral("--json"), QStringLiteral("login")};
+    const Deployment deployment("gateway");
+    QVERIFY(deployment.server);
+    const Run discovered = deployment.client("--json discover");
+    QCOMPARE(discovered.exitCode, 0);
+    QCOMPARE(discovered.text("serverType"), QStringLiteral("gateway"));
+    QVERIFY(!discovered.json().value("gateways").toArray().isEmpty());
 
-    const Run byOption = deployment.client(kDemoUser + QStringList{QStringLiteral("--gateway-user"), QStringLiteral("gw-user"),
-                                                                   QStringLiteral("--gateway-password"),
-                                                                   QStringLiteral("gw-password")}
-                                           + login);
+    const Run byOption = deployment.client(kDemoUser + "--gateway-user gw-user --gateway-password gw-password --json login");
     QCOMPARE(byOption.exitCode, 0);
-    QCOMPARE(byOption.json().value(QStringLiteral("throughGateway")).toBool(), true);
-    QCOMPARE(byOption.json().value(QStringLiteral("user")).toString(), QStringLiteral("demo-user"));
+    QCOMPARE(byOption.json().value("throughGateway").toBool(), true);
+    QCOMPARE(byOption.text("user"), QStringLiteral("demo-user"));
 
     // Not given: asked for, read from stdin here, and the password not echoed into the output.
-    const Run prompted = deployment.client(kDemoUser + login, "gw-user\ngw-password\n");
+    const Run prompted = deployment.client(kDemoUser + "--json desktops", "gw-user\ngw-password\n");
     QCOMPARE(prompted.exitCode, 0);
-    QVERIFY(prompted.err.contains("Gateway user: "));
+    QVERIFY2(prompted.err.contains("Gateway user: ") && prompted.err.contains("Gateway password: "),
+             prompted.err.constData());
     QVERIFY(!prompted.out.contains("gw-password") && !prompted.err.contains("gw-password"));
+    QCOMPARE(prompted.column("pools", "name").size(), 3);
+    QCOMPARE(prompted.column("desktops", "name").size(), 6);
 
-    const Run refused = deployment.client(kDemoUser + login, "gw-user\nwrong\n");
-    QCOMPARE(refused.exitCode, 3);
-    QCOMPARE(deployment.server().calls("/client.ClientCore/Login").size(), size_t(2));
-}
-
-// The client and the simulator as a user starts them: the simulator's stdout lines give the port
-// and the certificate, and the client walks the gateway road with the gateway's user and password
-// answered on its stdin.
-void TestClient::againstTheSimulatorProgram()
-{
-    QProcess simulator;
-    simulator.start(QStringLiteral(VDI_SIMULATOR), {QStringLiteral("--mode"), QStringLiteral("gateway")});
-    QVERIFY(simulator.waitForStarted());
-    QString out;
-    while (!out.endsWith(QStringLiteral("ready\n")) && simulator.waitForReadyRead(10000))
-        out += QString::fromUtf8(simulator.readAllStandardOutput());
-    const QRegularExpressionMatch printed =
-        QRegularExpression(QStringLiteral("^port (\\d+)\npem (.+)\ncommon-name (.+)\nready\n$")).match(out);
-    QVERIFY2(printed.hasMatch(), qPrintable(out));
-    const QStringList server{QStringLiteral("--port"), printed.captured(1), QStringLiteral("--pem"), printed.captured(2),
-                             QStringLiteral("--timeout"), QStringLiteral("10"), QStringLiteral("--json")};
-
-    const Run discovered = Deployment::runClient(server + QStringList{QStringLiteral("discover")});
-    QCOMPARE(discovered.exitCode, 0);
-    QCOMPARE(discovered.json().value(QStringLiteral("serverType")).toString(), QStringLiteral("gateway"));
-    QCOMPARE(discovered.json().value(QStringLiteral("tlsName")).toString(), printed.captured(3));
-    QVERIFY(!discovered.json().value(QStringLiteral("gateways")).toArray().isEmpty());
-
-    const Run listed = Deployment::runClient(server + kDemoUser + QStringList{QStringLiteral("desktops")},
-                                             "gw-user\ngw-password\n");
-    QCOMPARE(listed.exitCode, 0);
-    QVERIFY(listed.err.contains("Gateway password: "));
-    QCOMPARE(listed.json().value(QStringLiteral("pools")).toArray().size(), 3);
-    QCOMPARE(listed.json().value(QStringLiteral("desktops")).toArray().size(), 6);
-
-    simulator.terminate();
-    QVERIFY(simulator.waitForFinished(10000));
-    const Run down = Deployment::runClient(server + QStringList{QStringLiteral("discover")});
-    QCOMPARE(down.exitCode, 2);
-    QCOMPARE(down.json().value(QStringLiteral("error")).toObject().value(QStringLiteral("exitCode")).toInt(), 2);
-}
-
-void TestClient::helpPerCommand()
-{
-    const Run general = Deployment::runClient({QStringLiteral("--help")});
-    QCOMPARE(general.exitCode, 0);
-    QVERIFY(general.out.contains("Exit codes: 0 done"));
-    QVERIFY(general.out.contains("help-report TYPE DESCRIPTION"));
-
-    for (const QStringList& args : {QStringList{QStringLiteral("help"), QStringLiteral("apply")},
-                                    QStringList{QStringLiteral("apply"), QStringLiteral("--help")}}) {
-        const Run described = Deployment::runClient(args);
-        QCOMPARE(described.exitCode, 0);
-        QVERIFY2(described.out.startsWith("Usage: vdi-client [options] apply POOL\n"), described.out.constData());
-        QVERIFY(described.out.contains("never printed"));
-        QVERIFY(described.out.contains("VDI_PASSWORD"));  // it logs in
-        QVERIFY(described.out.contains("Exit codes: 0 done"));
-    }
-    const Run discover = Deployment::runClient({QStringLiteral("help"), QStringLiteral("discover")});
-    QCOMPARE(discover.exitCode, 0);
-    QVERIFY(discover.out.contains("TLS name"));
-    QVERIFY(!discover.out.contains("VDI_PASSWORD"));  // no login
-    QCOMPARE(Deployment::runClient({QStringLiteral("help"), QStringLiteral("explode")}).exitCode, 1);
-    QCOMPARE(Deployment::runClient({QStringLiteral("--no-such-option"), QStringLiteral("discover")}).exitCode, 1);
+    QCOMPARE(deployment.client(kDemoUser + "--json login", "gw-user\nwrong\n").exitCode, 3);
+    QCOMPARE(deployment.server->calls("/client.ClientCore/Login").size(), size_t(2));
 }
 
 VDI_TEST_MAIN(TestClient)
