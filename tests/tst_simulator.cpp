@@ -364,7 +364,8 @@ void TestSimulator::faultOnTheCalls()
         client::WhoAreYouReply who;
         common::ErrorData shared;
         const std::map<QString, const google::protobuf::Message*> answers{
-            {QStringLiteral("Login"), &reply}, {QStringLiteral("WhoAreYou"), &who}, {QString(), &shared}};
+            {QStringLiteral("Login"), &reply}, {QStringLiteral("WhoAreYou"), &who},
+            {QStringLiteral("LoginOakdeskOnShareTerminal"), &shared}};
         QElapsedTimer timer;
         timer.start();
         if (method == QLatin1String("Login"))
@@ -372,13 +373,14 @@ void TestSimulator::faultOnTheCalls()
         else if (method == QLatin1String("WhoAreYou"))
             raw.ask(&Core::WhoAreYou, {}, &who);
         else
-            raw.ask(&Core::LoginOakdeskOnShareTerminal, "device_id: 'share-term-01' userName: 'demo-user'", &shared);
+            raw.ask(&Core::LoginOakdeskOnShareTerminal,
+                    "device_id: 'share-term-01' userName: 'demo-user' password: 'demo-password'", &shared);
         QVERIFY2(timer.elapsed() >= delayMs, qPrintable(QString::number(timer.elapsed())));
         QCOMPARE(int(raw.last.error_code()), code);
         if (code && !message.isEmpty())
             QCOMPARE(QString::fromStdString(raw.last.error_message()), message);
         if (!code)
-            QCOMPARE(mismatch(*answers.at(answers.count(method) ? method : QString()), answer.isEmpty() ? usual.at(method) : answer.toStdString()), QString());
+            QCOMPARE(mismatch(*answers.at(method), answer.isEmpty() ? usual.at(method) : answer.toStdString()), QString());
         expected["/client.ClientCore/" + method.toStdString()].insert({code, delayMs});
     }
     QVERIFY(played->waitForCalls({}, int(calls.count(QLatin1Char(' ')) + 1), 5000));
