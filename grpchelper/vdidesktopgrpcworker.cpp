@@ -2,6 +2,7 @@
 #include "vdidesktopgrpcworker.h"
 
 #include <QFile>
+#include <QHostAddress>
 #include <QMetaEnum>
 #include <QNetworkProxy>
 #include <QSslCertificate>
@@ -14,6 +15,14 @@
 namespace {
 const char* const kGatewayTokenKey = "gatewayaccesstoken";
 const QString kClientLanguageKey = QStringLiteral("client-language");
+
+// Our own rule: an IPv6 literal goes into the channel target in brackets ("[::1]:40955"), for
+// gRPC reads what follows its last colon as the port. Names and IPv4 addresses go as they are.
+QString channelTarget(const QString& host, int port)
+{
+    const bool bareIpv6 = QHostAddress(host).protocol() == QAbstractSocket::IPv6Protocol;
+    return (bareIpv6 ? QLatin1Char('[') + host + QLatin1Char(']') : host) + QLatin1Char(':') + QString::number(port);
+}
 } // namespace
 
 VdiDesktopGrpcWorker::VdiDesktopGrpcWorker(QObject* parent)
@@ -99,7 +108,7 @@ void VdiDesktopGrpcWorker::initConnection(QString pemFile, QString serverIP, ush
     // life of the worker.
     m_channelArgs = grpc::ChannelArguments();
     m_channelArgs.SetSslTargetNameOverride(subjectName.toStdString());
-    m_target = serverIP + QLatin1Char(':') + QString::number(port);
+    m_target = channelTarget(serverIP, port);
     VDI_DEBUG << "target " << m_target << ", type = "
               << QMetaEnum::fromType<vdiinternal::BaseSettings::ServerType>().valueToKey(m_serverType);
 

@@ -48,6 +48,7 @@ private slots:
     void cleanup() { m_server.reset(); }
 
     void connectionsMakeEveryStub();
+    void ipv6Literal();
     void pemFiles_data();
     void pemFiles();
     void contextCarriesMetadataAndDeadline();
@@ -104,6 +105,20 @@ void TestConnection::connectionsMakeEveryStub()
     QVERIFY(probe.stubCommon()->isUseGateway(&common, common::isUseGatewayReq(), &commonReply).ok());
     QVERIFY(probe.stubGateway()->CheckAuthStatus(&gateway, gateway::CheckAuthStatusReq(), &gatewayReply).ok());
     QCOMPARE((*m_server)->callCount(), 3);
+}
+
+// An IPv6 literal reaches its server as the address it is.
+void TestConnection::ipv6Literal()
+{
+    vdifake::FakeServer::Options options;
+    options.host = QStringLiteral("::1");
+    vdifake::FakeServer server(options);
+    QVERIFY(server.isRunning());
+    QCOMPARE(server.address(), QStringLiteral("[::1]:%1").arg(server.port()));
+    VdiDesktopGrpcWorker worker;
+    worker.initConnection(server.pemPath(), QStringLiteral("::1"), server.port(), false);
+    const grpc::Status status = whoAreYou(worker);
+    QVERIFY2(status.ok(), status.error_message().c_str());
 }
 
 void TestConnection::pemFiles_data()

@@ -400,6 +400,7 @@ struct FakeServerImpl {
     QString pemPath;
     QString keyPath;
     QString commonName;
+    QString host;  // as a gRPC address: "127.0.0.1", "[::1]"
     int port = 0;
     std::unique_ptr<GenericService> service;
     std::unique_ptr<grpc::Server> server;
@@ -449,13 +450,15 @@ FakeServer::FakeServer(const Options& options) : d(new detail::FakeServerImpl)
 
     d->service.reset(new GenericService(d->state));
     grpc::ServerBuilder builder;
-    builder.AddListeningPort("127.0.0.1:" + std::to_string(options.port), grpc::SslServerCredentials(ssl), &d->port);
+    d->host = options.host.contains(QLatin1Char(':')) ? QLatin1Char('[') + options.host + QLatin1Char(']') : options.host;
+    builder.AddListeningPort(d->host.toStdString() + ":" + std::to_string(options.port), grpc::SslServerCredentials(ssl),
+                             &d->port);
     builder.RegisterCallbackGenericService(d->service.get());
     builder.SetMaxReceiveMessageSize(-1);
     builder.SetMaxSendMessageSize(-1);
     d->server = builder.BuildAndStart();
     if (!d->server || d->port <= 0) {
-        qWarning("vdifake: the fake server could not start on 127.0.0.1");
+        qWarning("vdifake: the fake server could not start on %s", qPrintable(d->host));
         d->server.reset();
         d->port = 0;
         return;
@@ -527,7 +530,7 @@ int FakeServer::port() const
 
 QString FakeServer::address() const
 {
-    return QStringLiteral("127.0.0.1:%1").arg(d->port);
+    return QStringLiteral("%1:%2").arg(d->host).arg(d->port);
 }
 
 QString FakeServer::pemPath() const

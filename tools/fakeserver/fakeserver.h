@@ -72,7 +72,8 @@ public:
         QString commonName = QStringLiteral("vdi-fake-controller"); // certificate subject CN
         QString dnsName;  // subjectAltName DNS entry; empty: same as commonName (and none
                           // when commonName is empty too)
-        int port = 0;     // the port on 127.0.0.1; 0: a free one
+        int port = 0;     // the port; 0: a free one
+        QString host = QStringLiteral("127.0.0.1");  // the loopback address to serve on, or "::1"
         // An existing certificate and key (PEM files) to serve with, in place of a new one:
         // a server started again on the same port that its clients still trust.
         QString certPath;
@@ -92,7 +93,7 @@ public:
 
     bool isRunning() const;
     int port() const;
-    QString address() const;     // "127.0.0.1:<port>"
+    QString address() const;     // "127.0.0.1:<port>", "[::1]:<port>"
     QString pemPath() const;     // the server certificate, to be trusted by clients
     QString keyPath() const;
     QString commonName() const;  // to be used as the TLS target name override
