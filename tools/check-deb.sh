@@ -1,20 +1,24 @@
 #!/usr/bin/env bash
-# Installs the Debian package of the library and its tools (cpack -G DEB in a build folder) on a
-# fresh Debian 12 system and uses it there, as a new machine would:
+# Installs the Debian packages (cpack -G DEB in a build folder) on a fresh Debian 12 system and
+# uses them there, as a new machine would:
 #   - a minimal Debian 12 made with debootstrap in a temporary folder (or a copy of one given),
-#   - the package installed with apt-get, which fetches every dependency it declares,
-#   - nothing missing for the installed programs (ldd),
-#   - a program built on it with find_package and with pkg-config (with the compiler, CMake and
-#     pkg-config installed besides), every installed header compiling alone,
+#   - the runtime package alone, installed with apt-get: it must bring no -dev package along,
+#   - then the development and tools packages, nothing missing for the programs (ldd),
+#   - a program built on them with find_package and with pkg-config (with the compiler, CMake and
+#     pkg-config installed besides),
 #   - the installed demo (the client against the simulator) run there.
 # Needs root, debootstrap and Debian's mirror; takes minutes, so it is run by hand:
-#   sudo bash tools/check-deb.sh build/libvdidesktopgrpc_1.0.0_amd64.deb [PRISTINE_ROOT]
+#   sudo bash tools/check-deb.sh BUILD_FOLDER [PRISTINE_ROOT]
 set -euo pipefail
 
-package=${1:?usage: check-deb.sh PACKAGE.deb [PRISTINE_ROOT]}
+build=${1:?usage: check-deb.sh BUILD_FOLDER [PRISTINE_ROOT]}
 pristine=${2:-}
 [ "$(id -u)" -eq 0 ] || { echo "check-deb: run as root (chroot, mount)" >&2; exit 2; }
-[ -f "$package" ] || { echo "check-deb: no such package: $package" >&2; exit 2; }
+runtime=$(ls "$build"/libvdidesktopgrpc[0-9]*_*.deb 2>/dev/null | head -1)
+dev=$(ls "$build"/libvdidesktopgrpc-dev_*.deb 2>/dev/null | head -1)
+tools=$(ls "$build"/vdidesktopgrpc-tools_*.deb 2>/dev/null | head -1)
+[ -n "$runtime" ] && [ -n "$dev" ] && [ -n "$tools" ] ||
+    { echo "check-deb: no packages in $build: run cpack -G DEB there first" >&2; exit 2; }
 
 work=$(mktemp -d /var/tmp/vdi-check-deb.XXXXXX)
 root=$work/root
@@ -37,18 +41,33 @@ mount --bind /dev "$root/dev"
 mount --bind /dev/pts "$root/dev/pts"
 mount -t proc proc "$root/proc"
 cp /etc/resolv.conf "$root/etc/resolv.conf"
-cp "$package" "$root/tmp/"
+cp "$runtime" "$dev" "$tools" "$root/tmp/"
 in_root() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 "$@"; }
-
-echo "check-deb: installing $(basename "$package") and its dependencies"
-in_root apt-get update -qq
-in_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-    "/tmp/$(basename "$package")" >"$work/install.log" || { tail -30 "$work/install.log"; exit 1; }
-in_root dpkg-query -W -f='${Package} ${Version} ${db:Status-Status}\n' libvdidesktopgrpc
+install_deb() {
+    in_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "$@" \
+        >>"$work/install.log" || { tail -30 "$work/install.log"; exit 1; }
+}
 
 failed=0
+dev_packages() {
+    in_root dpkg-query -W -f='${Package} ${db:Status-Status}\n' | awk '$2 == "installed" && $1 ~ /-dev$/ {print $1}'
+}
+echo "check-deb: installing $(basename "$runtime") alone"
+in_root apt-get update -qq
+before=$(dev_packages)
+install_deb "/tmp/$(basename "$runtime")"
+devs=$(comm -13 <(echo "$before") <(dev_packages) | tr '\n' ' ')
+if [ -n "${devs// }" ]; then
+    echo "check-deb: the runtime package brought -dev packages along: $devs"; failed=1
+else
+    echo "check-deb: the runtime package brought no -dev package along"
+fi
+
+echo "check-deb: installing $(basename "$dev") and $(basename "$tools")"
+install_deb "/tmp/$(basename "$dev")" "/tmp/$(basename "$tools")"
+in_root dpkg-query -W -f='${Package} ${Version} ${db:Status-Status}\n' \
+    "$(dpkg-deb -f "$runtime" Package)" libvdidesktopgrpc-dev vdidesktopgrpc-tools
 for program in /usr/bin/vdi-simulator /usr/bin/vdi-client; do
-    [ -e "$root$program" ] || continue
     if in_root ldd "$program" | grep -q 'not found'; then
         echo "check-deb: $program misses libraries:"; in_root ldd "$program" | grep 'not found'
         failed=1
@@ -56,8 +75,7 @@ for program in /usr/bin/vdi-simulator /usr/bin/vdi-client; do
 done
 
 echo "check-deb: a program built on the installed package"
-in_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-    g++ cmake make pkg-config >>"$work/install.log"
+install_deb g++ cmake make pkg-config
 cp -r "$(dirname "$0")/../tests/install" "$root/tmp/consumer"
 if in_root sh -c 'cmake -S /tmp/consumer -B /tmp/consumer/build \
                       -DVDI_INSTALLED_INCLUDE_DIR=/usr/include/vdidesktopgrpc >/dev/null &&
@@ -74,5 +92,5 @@ in_root /usr/bin/vdi-demo >"$work/demo.log" 2>&1 || true
 tail -3 "$work/demo.log"
 grep -q "Demo finished: every step worked." "$work/demo.log" || { echo "check-deb: the demo failed"; failed=1; }
 
-[ "$failed" -eq 0 ] && echo "check-deb: the package installs and works on a fresh Debian 12"
+[ "$failed" -eq 0 ] && echo "check-deb: the packages install and work on a fresh Debian 12"
 exit "$failed"
