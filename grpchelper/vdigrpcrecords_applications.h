@@ -1,5 +1,6 @@
-// Records of the application catalogues (remote applications, SaaS applications) and of the
-// share terminals.
+/// \file
+/// Records of the application catalogues (remote applications, SaaS applications) and of the
+/// share terminals.
 #pragma once
 
 #include <QByteArray>
@@ -11,102 +12,121 @@
 
 // ---- Remote applications -------------------------------------------------------------------
 
+/// One remote application of the list (\c RemoteAppInfo; its \c type is not read).
 struct tagRemoteAppInfo {
-    QString iconUrl;
-    QString displayName;
+    QString iconUrl;      ///< \c iconUrl.
+    QString displayName;  ///< \c displayName.
 };
 
+/// Answer of grpcThreadGetRemoteAppList() (\c GetRemoteAppList, asked with a tagLoginRequest).
 struct tagRemoteAppListResp {
-    QList<tagRemoteAppInfo> appList;
-    tagErrorData error;
+    QList<tagRemoteAppInfo> appList;  ///< The applications (\c app_list), in the server's order.
+    tagErrorData error;               ///< The server's error block, or the failed call's status.
 };
 
+/// Request of grpcThreadApplyForRemoteApp() (\c getConnectAppInfo), filled by the facade.
 struct tagRemoteAppApplyReq {
-    QString userName;
-    QString displayName;
-    QString domain;
+    QString userName;     ///< The cached user name, or the argument when that is empty (\c userName).
+    QString displayName;  ///< The application's name (\c displayName).
+    QString domain;       ///< The cached domain (\c domain).
 };
 
-// A failed request hands on the policy's defaults, watermark included. The policy's
-// reconnectionNetworkTime is never read from the wire here and stays 0.
+/// Answer of grpcThreadApplyForRemoteApp(): how to connect to the application. A failed request
+/// hands on the policy's defaults, watermark included.
 struct tagRemoteAppApplyResp {
-    QString appId;
-    QString fullAddress;
-    QString iconUrl;
-    QString displayName;
-    QString alias;
+    QString appId;        ///< \c appId.
+    QString fullAddress;  ///< \c fullAddress.
+    QString iconUrl;      ///< \c iconUrl.
+    QString displayName;  ///< \c displayName.
+    QString alias;        ///< \c alias.
+
+    /// \c control_policy; its reconnectionNetworkTime is never read from the wire here and stays 0.
     tagControlPolicy controlPolicy;
-    tagErrorData error;
+    tagErrorData error;   ///< The server's error block, or the failed call's status.
 };
 
 // ---- SaaS applications ---------------------------------------------------------------------
 
+/// One SaaS application (\c SaasAppInfo): an entry of the list, or the application asked about.
 struct tagSaasAppInfo {
-    QString iconUrl;
-    QString appName;
-    QString appAddress;
-    QString description;  // never sent: the server knows an application without it
-    QString ssoProtocol;
+    QString iconUrl;      ///< \c iconUrl.
+    QString appName;      ///< \c appName.
+    QString appAddress;   ///< \c appAddress.
+    QString description;  ///< \c description, from the list; never sent.
+    QString ssoProtocol;  ///< \c ssoProtocol.
 };
 
+/// Answer of grpcThreadGetSaasAppList().
 struct tagSaasAppListResp {
-    QList<tagSaasAppInfo> appList;
-    tagErrorData error;
+    QList<tagSaasAppInfo> appList;  ///< The applications (\c app_list), in the server's order.
+    tagErrorData error;             ///< The server's error block, or the failed call's status.
 };
 
+/// Request of grpcThreadGetSaasAppList() (\c querySaasAppList): the identity alone.
 struct tagSaasListReq {
-    tagBaseInfo baseInfo;
+    tagBaseInfo baseInfo;  ///< The cached identity, sent as the whole request.
 };
 
+/// Request of grpcThreadQuerySaasApp() (\c querySaasApp).
 struct tagSaasAppReq {
-    tagBaseInfo baseInfo;
-    tagSaasAppInfo appInfo;
+    tagBaseInfo baseInfo;    ///< The cached identity (\c clientBaseInfo).
+    tagSaasAppInfo appInfo;  ///< The application given (\c saasAppInfo), without its description.
 };
 
-// The answer's flag is the permission; appInfo names the application asked about, on every
-// answer.
+/// Answer of grpcThreadQuerySaasApp(). The answer's flag is the permission.
 struct tagSaasAppResp {
-    tagSaasAppInfo appInfo;
-    tagErrorData error;
+    tagSaasAppInfo appInfo;  ///< The application asked about, copied from the request into every answer.
+    tagErrorData error;      ///< The server's error block, or the failed call's status.
 };
 
 // ---- Share terminals -----------------------------------------------------------------------
 
+/// Request of queryShareTerminalInfo() (\c queryShareTerminalInfo); the application fills it.
 struct tagShareTerminalInfoRequest {
-    QString deviceId;
+    QString deviceId;  ///< \c device_id.
 };
 
-// vdpFileData goes out up to its first zero byte.
+/// Request of transferDesktop2ShareTerminal() (\c transferDesktopToShareTerminal); the
+/// application fills it.
 struct tagTransDesk2ShareTerminalRequest {
-    QString deviceId;
-    QString vmUuid;
-    QString dstDeviceId;
-    QByteArray vdpFileData;
+    QString deviceId;        ///< \c device_id.
+    QString vmUuid;          ///< The desktop's UUID (\c vm_uuid).
+    QString dstDeviceId;     ///< The share terminal's device id (\c dst_device_id).
+    QByteArray vdpFileData;  ///< The vdp file (\c vdp_file_data); it goes out up to its first zero byte.
 };
 
+/// Request of loginOakdeskHsareTerminal() (\c LoginOakdeskOnShareTerminal); the application
+/// fills it.
 struct tagLoginOakdeskShareTerminalRequest {
-    QString deviceId;
-    QString userName;
-    QString password;
+    QString deviceId;  ///< \c device_id.
+    QString userName;  ///< \c userName.
+    QString password;  ///< \c password, in the clear.
 };
 
+/// One share terminal (\c ShareTerminalInfo).
 struct tagShareTerminalInfo {
-    QString deviceId;
-    QString terminalShareName;
+    QString deviceId;           ///< \c device_id.
+    QString terminalShareName;  ///< \c terminal_share_name.
 };
 
-// An empty list is a failure, whatever the server's error code says.
+/// Answer of queryShareTerminalInfo(). An empty list is a failure, whatever the server's error
+/// code says.
 struct tagShareTerminalInfoReply {
-    QList<tagShareTerminalInfo> terminalList;
+    QList<tagShareTerminalInfo> terminalList;  ///< The share terminals (\c terminal_list).
+
+    /// The server's error block, or the failed call's status. An empty list leaves the server's
+    /// code and puts "无可用共享终端" (no share terminal available) in errorMsgZh.
     tagErrorData error;
 };
 
+/// Answer of transferDesktop2ShareTerminal(); the server's reply is an error block alone.
 struct tagTransDesk2ShareTerminalReply {
-    tagErrorData error;
+    tagErrorData error;  ///< The server's reply, or the failed call's status.
 };
 
+/// Answer of loginOakdeskHsareTerminal(); the server's reply is an error block alone.
 struct tagLoginOakdeskShareTerminalReply {
-    tagErrorData error;
+    tagErrorData error;  ///< The server's reply, or the failed call's status.
 };
 
 Q_DECLARE_METATYPE(tagRemoteAppInfo)
@@ -126,6 +146,11 @@ Q_DECLARE_METATYPE(tagShareTerminalInfoReply)
 Q_DECLARE_METATYPE(tagTransDesk2ShareTerminalReply)
 Q_DECLARE_METATYPE(tagLoginOakdeskShareTerminalReply)
 
+/// \name Names of the records in signal signatures
+/// Queued connections look the records up by these names (VdiDesktopGrpcThread::registerMetaTypes()).
+///@{
+
+/// The record under the name its signals carry.
 typedef tagRemoteAppListResp RemoteAppListResp;
 typedef tagRemoteAppApplyReq RemoteAppApplyReq;
 typedef tagRemoteAppApplyResp RemoteAppApplyResp;
@@ -139,3 +164,4 @@ typedef tagLoginOakdeskShareTerminalRequest LoginOakdeskShareTerminalRequest;
 typedef tagShareTerminalInfoReply ShareTerminalInfoReply;
 typedef tagTransDesk2ShareTerminalReply TransDesk2ShareTerminalReply;
 typedef tagLoginOakdeskShareTerminalReply LoginOakdeskShareTerminalReply;
+///@}
