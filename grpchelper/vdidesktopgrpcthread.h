@@ -31,11 +31,11 @@ class VdiDesktopGrpcWorker;
  *
  * \par Threads
  * Request methods run on the caller's thread and return at once: they merge their arguments with
- * the cached identity (see the accessors), fill a request record and emit one of the request
- * signals below, which Qt queues to the worker. The worker runs the requests in the order they
- * were made; a slow call delays every request behind it (the one-key help upload may take
- * minutes). Each answer comes back as a result signal, emitted on the facade's own thread, with
- * a plain record and a flag.
+ * the cached identity (see the accessors), fill a request record and emit one of the internal
+ * plumbing signals (listed last), which Qt queues to the worker. The worker runs the requests in
+ * the order they were made; a slow call delays every request behind it (the one-key help upload
+ * may take minutes). Each answer comes back as a result signal, emitted on the facade's own
+ * thread, with a plain record and a flag.
  *
  * \par Flags and errors
  * The flag is \c true when the call succeeded (gRPC status OK) and the server's business error
@@ -115,6 +115,9 @@ public:
     QString getUserPasswd() const;
     ///@}
 
+    /// \name Connection
+    ///@{
+
     /// Tells the worker the deployment's type at once, without a queue and without a call:
     /// 1 for a deployment behind an access gateway, 0 for a controller reached directly.
     /// Does nothing after stop().
@@ -126,6 +129,7 @@ public:
     /// a failure shows in the log and as failed results of later requests. Requests made before
     /// it find no channel: most answer \c false at once, some are dropped without an answer.
     void initConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish);
+    ///@}
 
     /// \name Server discovery
     ///@{
@@ -327,6 +331,9 @@ public:
     void grpcThreadQuerySaasApp(tagSaasAppInfo app);
     ///@}
 
+    /// \name One-key help
+    ///@{
+
     /// Reports the user's problem (ClientCore \c onekeyHelp), answered once by
     /// SendUserAskHelpInfoResult(), whose flag says whether the server took the report.
     /// \a getLog 1 or 3 asks for logs, a non-empty \a screenShotUrl says that screenshots exist;
@@ -338,6 +345,7 @@ public:
     void sendUserAskInfo(const QString& userMac, const QString& realName, const QString& phoneNumber,
                          const QString& email, const QString& problemType, const QString& problemDesc,
                          const int& getLog, const QString& screenShotUrl, const QString& ip, const QString& vmIp);
+    ///@}
 
     /// Cancels the call in flight, cuts every connection of the facade (no signal arrives after
     /// it) and ends the worker's thread, waiting one second at most. Call it from the facade's
@@ -349,11 +357,11 @@ public:
     static void registerMetaTypes();
 
 signals:
-    /// \name Requests to the worker
-    /// Emitted by the request methods above and queued to the worker; connect to them only to
-    /// watch. The share terminal requests, loginGateway() and the quantum requests are emitted
-    /// by the application itself.
+    // The plumbing and the application's requests are groups of several blocks each, so that the
+    // signals keep their order; Doxygen takes a group's text from its last block.
+    /// \name Internal plumbing: signals queued to the worker
     ///@{
+
     /// Queued to the worker by initConnection().
     void myInitConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish);
     /// Queued to the worker by initDeviceInfo().
@@ -426,6 +434,9 @@ signals:
     void signalCheckAndSaveLdapPasswd(const tagCheckPasswordRequest& req);
     ///@}
 
+    /// \name Requests the application emits
+    ///@{
+
     /// Emit it in answer to inputGatewayAuthInfo(): logs in at the access gateway (GatewayCore
     /// \c LoginGateway) with \a userName and \a password, saves the token and the credentials
     /// for later sessions, then sends the parked login; loginResult() answers. Empty
@@ -436,8 +447,11 @@ signals:
     /// Emit it to bind the user to a quantum key (ClientCore \c confirmQuantumBind). Answered by
     /// onUserQuantumBindResp().
     void userQuantumBindReq(QString username, QString userId, QString spmId);
-    /// \name Requests to the worker (application catalogues)
+    ///@}
+
+    /// \name Internal plumbing: signals queued to the worker
     ///@{
+
     /// Queued to the worker by grpcThreadGetRemoteAppList().
     void signalGrpcThreadGetRemoteAppList(LoginRequest loginRequest);
     /// Queued to the worker by grpcThreadApplyForRemoteApp().
@@ -447,6 +461,12 @@ signals:
     /// Queued to the worker by grpcThreadQuerySaasApp().
     void signalGrpcThreadQuerySaasApp(SaasAppReq req);
     ///@}
+
+    /// \name Requests the application emits
+    /// The application emits these itself, with arguments or records of its own, and Qt queues
+    /// them to the worker; their answers come as result signals.
+    ///@{
+
     /// Emit it with a record of your own to list the share terminals (ClientCore
     /// \c queryShareTerminalInfo). Answered by queryShareTerminalInfoResult().
     void queryShareTerminalInfo(ShareTerminalInfoRequest shareTerminalInfoRequest);
@@ -457,8 +477,14 @@ signals:
     /// Emit it with a record of your own to log a user in on a share terminal (ClientCore
     /// \c LoginOakdeskOnShareTerminal). Answered by loginOakdeskShareTerminalResult().
     void loginOakdeskHsareTerminal(LoginOakdeskShareTerminalRequest loginOakdeskShareTerminalRequest);
-    /// Request to the worker, emitted by sendUserAskInfo().
+    ///@}
+
+    /// \name Internal plumbing: signals queued to the worker
+    ///@{
+
+    /// Queued to the worker by sendUserAskInfo().
     void mySendUserAskHelpInfo(OneKeyHelpInfoRequest oneKeyHelpInfoRequest);
+    ///@}
 
     /// \name Results
     /// Emitted on the facade's thread. Unless noted, \a status is \c true when the call
@@ -565,17 +591,29 @@ signals:
     void SendUserAskHelpInfoResult(OneKeyHelpInfoReply reply, bool status);
     ///@}
 
+    /// \name Other signals
+    ///@{
+
     /// Emitted by a login whose cached identity lacks the device id or the local address, just
     /// before the request is made: a slot connected directly may refill the identity (the
     /// accessors above), and the login then carries it.
     void getSessionInfo();
     /// For the application's own use; the library never emits it.
     void saveCurrentVmUuidVDT(QString uuid);
+    ///@}
 
 public slots:
+    /// \name Internal plumbing: signals queued to the worker
+    /// The request methods emit these signals and Qt queues them to the worker, one per
+    /// request; onCheckAndSaveLdapPasswdResult() takes the worker's answer to the LDAP check.
+    /// They are not meant for the application, which may connect to the signals to watch the
+    /// requests go out.
+    ///@{
+
     /// The worker's answer to checkAndSaveLdapPasswd(): passed on as
     /// signalCheckAndSaveLdapPasswdResult(), and on success followed by a login.
     void onCheckAndSaveLdapPasswdResult(const CheckPasswordReply& resp, bool ok);
+    ///@}
 
 private:
     void doLogin();
