@@ -58,4 +58,19 @@ cmake -S "$source/examples/thinclient" -B "$work/example" -DCMAKE_PREFIX_PATH="$
     || fail "the example application does not configure on the installed package"
 cmake --build "$work/example" -j"$(nproc)" >/dev/null || fail "the example application does not build on the installed package"
 [ -x "$work/example/vdi-thinclient-example" ] || fail "no example application was built"
-echo "check-install: $(find "$include" -name '*.h' | wc -l) headers compile alone; the package links and runs; the example builds on it"
+# The console example, built on the installed package and run against the simulator of the build.
+cmake -S "$source/examples/console" -B "$work/console" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null \
+    && cmake --build "$work/console" >/dev/null || fail "the console example does not build on the installed package"
+simulator=$build/tools/vdi-simulator
+if [ -x "$simulator" ]; then
+    "$simulator" --mode controller >"$work/simulator.out" 2>/dev/null &
+    simulator_pid=$!
+    trap 'kill "$simulator_pid" 2>/dev/null; rm -rf "$work"' EXIT
+    for _ in $(seq 300); do grep -q '^ready' "$work/simulator.out" && break; sleep 0.1; done
+    port=$(awk '/^port/ {print $2}' "$work/simulator.out")
+    pem=$(awk '/^pem/ {print $2}' "$work/simulator.out")
+    LD_LIBRARY_PATH=$(dirname "$library") "$work/console/vdi-console-example" "$pem" 127.0.0.1 "$port" \
+        demo-user demo-password >"$work/console.out" 2>/dev/null || fail "the console example failed against the simulator"
+    grep -q $'^Office desktops\toffice-demo-user-1\t' "$work/console.out" || fail "the console example listed no desktop"
+fi
+echo "check-install: $(find "$include" -name '*.h' | wc -l) headers compile alone; the package links and runs; both examples build on it"
