@@ -293,8 +293,6 @@ Q_DECLARE_METATYPE(tagPoolInfo)
 /// \name Names of the records in signal signatures
 /// Queued connections look the records up by these names (VdiDesktopGrpcThread::registerMetaTypes()).
 ///@{
-
-/// The record under the name its signals carry.
-typedef tagLoginRequest LoginRequest;
-typedef tagLoginRequest RefreshRequest;
+typedef tagLoginRequest LoginRequest;  ///< Signal name of the record.
+typedef tagLoginRequest RefreshRequest;  ///< Signal name of the record.
 ///@}

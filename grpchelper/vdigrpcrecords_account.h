@@ -197,19 +197,17 @@ Q_DECLARE_METATYPE(UserQuantumBindReply)
 /// \name Names of the records in signal signatures
 /// Queued connections look the records up by these names (VdiDesktopGrpcThread::registerMetaTypes()).
 ///@{
-
-/// The record under the name its signals carry.
-typedef tagCheckPasswordRequest CheckPasswordRequest;
-typedef tagCheckPasswordResp CheckPasswordReply;
-typedef tagModifyPasswordRequest ModifyPasswordRequest;
-typedef tagModifyPasswordReply ModifyPasswordReply;
-typedef tagClientReleasePasswordRequest ClientReleasePasswordRequest;
-typedef tagClientReleasePasswordReply ClientReleasePasswordReply;
-typedef tagUpgradeRequest UpgradeRequest;
-typedef tagUpgradeReply UpgradeReply;
-typedef tagNextCloudInfoReq NextCloudInfoReq;
-typedef tagNextCloudInfoResp NextCloudInfoResp;
-typedef tagIndividualConfigReq IndividualConfigReq;
-typedef tagIndividualConfigResp IndividualConfigResp;
-typedef tagApplyForEmailReply ApplyForEmailReply;
+typedef tagCheckPasswordRequest CheckPasswordRequest;  ///< Signal name of the record.
+typedef tagCheckPasswordResp CheckPasswordReply;  ///< Signal name of the record.
+typedef tagModifyPasswordRequest ModifyPasswordRequest;  ///< Signal name of the record.
+typedef tagModifyPasswordReply ModifyPasswordReply;  ///< Signal name of the record.
+typedef tagClientReleasePasswordRequest ClientReleasePasswordRequest;  ///< Signal name of the record.
+typedef tagClientReleasePasswordReply ClientReleasePasswordReply;  ///< Signal name of the record.
+typedef tagUpgradeRequest UpgradeRequest;  ///< Signal name of the record.
+typedef tagUpgradeReply UpgradeReply;  ///< Signal name of the record.
+typedef tagNextCloudInfoReq NextCloudInfoReq;  ///< Signal name of the record.
+typedef tagNextCloudInfoResp NextCloudInfoResp;  ///< Signal name of the record.
+typedef tagIndividualConfigReq IndividualConfigReq;  ///< Signal name of the record.
+typedef tagIndividualConfigResp IndividualConfigResp;  ///< Signal name of the record.
+typedef tagApplyForEmailReply ApplyForEmailReply;  ///< Signal name of the record.
 ///@}

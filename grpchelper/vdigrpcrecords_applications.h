@@ -149,19 +149,17 @@ Q_DECLARE_METATYPE(tagLoginOakdeskShareTerminalReply)
 /// \name Names of the records in signal signatures
 /// Queued connections look the records up by these names (VdiDesktopGrpcThread::registerMetaTypes()).
 ///@{
-
-/// The record under the name its signals carry.
-typedef tagRemoteAppListResp RemoteAppListResp;
-typedef tagRemoteAppApplyReq RemoteAppApplyReq;
-typedef tagRemoteAppApplyResp RemoteAppApplyResp;
-typedef tagSaasAppListResp SaasAppListResp;
-typedef tagSaasListReq SaasListReq;
-typedef tagSaasAppReq SaasAppReq;
-typedef tagSaasAppResp SaasAppResp;
-typedef tagShareTerminalInfoRequest ShareTerminalInfoRequest;
-typedef tagTransDesk2ShareTerminalRequest TransDesk2ShareTerminalRequest;
-typedef tagLoginOakdeskShareTerminalRequest LoginOakdeskShareTerminalRequest;
-typedef tagShareTerminalInfoReply ShareTerminalInfoReply;
-typedef tagTransDesk2ShareTerminalReply TransDesk2ShareTerminalReply;
-typedef tagLoginOakdeskShareTerminalReply LoginOakdeskShareTerminalReply;
+typedef tagRemoteAppListResp RemoteAppListResp;  ///< Signal name of the record.
+typedef tagRemoteAppApplyReq RemoteAppApplyReq;  ///< Signal name of the record.
+typedef tagRemoteAppApplyResp RemoteAppApplyResp;  ///< Signal name of the record.
+typedef tagSaasAppListResp SaasAppListResp;  ///< Signal name of the record.
+typedef tagSaasListReq SaasListReq;  ///< Signal name of the record.
+typedef tagSaasAppReq SaasAppReq;  ///< Signal name of the record.
+typedef tagSaasAppResp SaasAppResp;  ///< Signal name of the record.
+typedef tagShareTerminalInfoRequest ShareTerminalInfoRequest;  ///< Signal name of the record.
+typedef tagTransDesk2ShareTerminalRequest TransDesk2ShareTerminalRequest;  ///< Signal name of the record.
+typedef tagLoginOakdeskShareTerminalRequest LoginOakdeskShareTerminalRequest;  ///< Signal name of the record.
+typedef tagShareTerminalInfoReply ShareTerminalInfoReply;  ///< Signal name of the record.
+typedef tagTransDesk2ShareTerminalReply TransDesk2ShareTerminalReply;  ///< Signal name of the record.
+typedef tagLoginOakdeskShareTerminalReply LoginOakdeskShareTerminalReply;  ///< Signal name of the record.
 ///@}

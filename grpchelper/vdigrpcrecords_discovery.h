@@ -100,13 +100,11 @@ Q_DECLARE_METATYPE(tagVmControllerIpResp)
 /// \name Names of the records in signal signatures
 /// Queued connections look the records up by these names (VdiDesktopGrpcThread::registerMetaTypes()).
 ///@{
-
-/// The record under the name its signals carry.
-typedef tagDeviceConfigInfoReq DeviceConfigInfoReq;
-typedef tagDeviceConfigInfoResp DeviceConfigInfoResp;
-typedef tagServerTypeInfoResp ServerTypeInfoResp;
-typedef tagGatewayInfoResp GatewayInfoResp;
-typedef tagQueryControllerTypeResp QueryControllerTypeResp;
-typedef tagQureyControllerListResp QureyControllerListResp;
-typedef tagVmControllerIpResp VmControllerIpResp;
+typedef tagDeviceConfigInfoReq DeviceConfigInfoReq;  ///< Signal name of the record.
+typedef tagDeviceConfigInfoResp DeviceConfigInfoResp;  ///< Signal name of the record.
+typedef tagServerTypeInfoResp ServerTypeInfoResp;  ///< Signal name of the record.
+typedef tagGatewayInfoResp GatewayInfoResp;  ///< Signal name of the record.
+typedef tagQueryControllerTypeResp QueryControllerTypeResp;  ///< Signal name of the record.
+typedef tagQureyControllerListResp QureyControllerListResp;  ///< Signal name of the record.
+typedef tagVmControllerIpResp VmControllerIpResp;  ///< Signal name of the record.
 ///@}

@@ -27,8 +27,6 @@ Q_DECLARE_METATYPE(tagHeartbeatReply)
 /// \name Names of the records in signal signatures
 /// Queued connections look the records up by these names (VdiDesktopGrpcThread::registerMetaTypes()).
 ///@{
-
-/// The record under the name its signals carry.
-typedef tagHeartbeatRequest HeartbeatRequest;
-typedef tagHeartbeatReply HeartbeatReply;
+typedef tagHeartbeatRequest HeartbeatRequest;  ///< Signal name of the record.
+typedef tagHeartbeatReply HeartbeatReply;  ///< Signal name of the record.
 ///@}

@@ -39,8 +39,6 @@ Q_DECLARE_METATYPE(tagOneKeyHelpInfoReply)
 /// \name Names of the records in signal signatures
 /// Queued connections look the records up by these names (VdiDesktopGrpcThread::registerMetaTypes()).
 ///@{
-
-/// The record under the name its signals carry.
-typedef tagOneKeyHelpInfoRequest OneKeyHelpInfoRequest;
-typedef tagOneKeyHelpInfoReply OneKeyHelpInfoReply;
+typedef tagOneKeyHelpInfoRequest OneKeyHelpInfoRequest;  ///< Signal name of the record.
+typedef tagOneKeyHelpInfoReply OneKeyHelpInfoReply;  ///< Signal name of the record.
 ///@}

@@ -43,7 +43,5 @@ Q_DECLARE_METATYPE(tagLoginReply)
 /// \name Names of the records in signal signatures
 /// Queued connections look the records up by these names (VdiDesktopGrpcThread::registerMetaTypes()).
 ///@{
-
-/// The record under the name its signals carry.
-typedef tagLoginReply LoginReply;
+typedef tagLoginReply LoginReply;  ///< Signal name of the record.
 ///@}

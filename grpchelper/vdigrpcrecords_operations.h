@@ -292,28 +292,26 @@ Q_DECLARE_METATYPE(tagVoidReply)
 /// \name Names of the records in signal signatures
 /// Queued connections look the records up by these names (VdiDesktopGrpcThread::registerMetaTypes()).
 ///@{
-
-/// The record under the name its signals carry.
-typedef tagOperateForVMRequest OperateForVMRequest;
-typedef tagSnapshotRequest SnapshotRequest;
-typedef tagModifyVMNameRequest ModifyVMNameRequest;
-typedef tagModifyVMNameReply ModifyVMNameReply;
-typedef tagApplyForVMRequest ApplyForVMRequest;
-typedef tagApplyForDeviceInfoRequest ApplyForDeviceInfoRequest;
-typedef tagQueryVmInfoReq QueryVmInfoReq;
-typedef tagUSBNotifyRequest USBNotifyRequest;
-typedef tagUSBNotifyReply USBNotifyReply;
-typedef tagReportSuccessRequest ReportSuccessRequest;
-typedef tagReportSuccessReply ReportSuccessReply;
-typedef tagRegisterDeviceRequest RegisterDeviceRequest;
-typedef tagRegisterDeviceReply RegisterDeviceReply;
-typedef tagRedirectStatusInfoReust RedirectStatusInfoReust;
-typedef tagRedirectStatusReust RedirectStatusReust;
-typedef tagVoidReply VoidReply;
-typedef tagApplyForVMReply ApplyForVMReply;
-typedef tagOperateForVMReply OperateForVMReply;
-typedef tagRecoverVMReply RecoverVMReply;
-typedef tagSnapshotReply SnapshotReply;
-typedef tagApplyForDeviceInfoReply ApplyForDeviceInfoReply;
-typedef tagQueryVmInfoResp QueryVmInfoResp;
+typedef tagOperateForVMRequest OperateForVMRequest;  ///< Signal name of the record.
+typedef tagSnapshotRequest SnapshotRequest;  ///< Signal name of the record.
+typedef tagModifyVMNameRequest ModifyVMNameRequest;  ///< Signal name of the record.
+typedef tagModifyVMNameReply ModifyVMNameReply;  ///< Signal name of the record.
+typedef tagApplyForVMRequest ApplyForVMRequest;  ///< Signal name of the record.
+typedef tagApplyForDeviceInfoRequest ApplyForDeviceInfoRequest;  ///< Signal name of the record.
+typedef tagQueryVmInfoReq QueryVmInfoReq;  ///< Signal name of the record.
+typedef tagUSBNotifyRequest USBNotifyRequest;  ///< Signal name of the record.
+typedef tagUSBNotifyReply USBNotifyReply;  ///< Signal name of the record.
+typedef tagReportSuccessRequest ReportSuccessRequest;  ///< Signal name of the record.
+typedef tagReportSuccessReply ReportSuccessReply;  ///< Signal name of the record.
+typedef tagRegisterDeviceRequest RegisterDeviceRequest;  ///< Signal name of the record.
+typedef tagRegisterDeviceReply RegisterDeviceReply;  ///< Signal name of the record.
+typedef tagRedirectStatusInfoReust RedirectStatusInfoReust;  ///< Signal name of the record.
+typedef tagRedirectStatusReust RedirectStatusReust;  ///< Signal name of the record.
+typedef tagVoidReply VoidReply;  ///< Signal name of the record.
+typedef tagApplyForVMReply ApplyForVMReply;  ///< Signal name of the record.
+typedef tagOperateForVMReply OperateForVMReply;  ///< Signal name of the record.
+typedef tagRecoverVMReply RecoverVMReply;  ///< Signal name of the record.
+typedef tagSnapshotReply SnapshotReply;  ///< Signal name of the record.
+typedef tagApplyForDeviceInfoReply ApplyForDeviceInfoReply;  ///< Signal name of the record.
+typedef tagQueryVmInfoResp QueryVmInfoResp;  ///< Signal name of the record.
 ///@}

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-    build-essential cmake pkg-config
+    build-essential cmake pkg-config doxygen
     qtbase5-dev
     libgrpc++-dev protobuf-compiler-grpc libprotobuf-dev protobuf-compiler
     libquazip5-dev

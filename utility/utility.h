@@ -39,15 +39,13 @@ public:
     /// Nothing to release.
     ~Utility() override;
 
-    /// \name Network identity
-    ///@{
-
+    // ---- Network identity ----
     /// IPv4 addresses of this machine's interfaces as filterIPv4Candidates() keeps them, in the
     /// order of the interfaces and of their addresses.
     QList<tagLocalNetworkInfo> getLocalNetworkIPV4Infos() const;
-    /// The rule behind it, on interface data given by the caller: only interfaces both up and
-    /// running count, and of their addresses IPv6 ones, 0.0.0.0, 169.254.* and any whose text
-    /// contains 127.0.0.1 are left out.
+    /// The rule of getLocalNetworkIPV4Infos(), on interface data given by the caller: only
+    /// interfaces both up and running count, and of their addresses IPv6 ones, 0.0.0.0, those in
+    /// 169.254.0.0/16 and any whose text contains 127.0.0.1 are left out.
     static QList<tagLocalNetworkInfo> filterIPv4Candidates(const QList<tagNetworkInterfaceData>& interfaces);
     /// TCP handshake with \a host : \a port from the candidate's address, 2 seconds at most, no
     /// proxy; true when it connected. A failed bind to the address does not stop the attempt.
@@ -58,12 +56,12 @@ public:
     /// does, with the first candidate, its MAC revised (reviseMAC()). False, with the record
     /// untouched, only when there is no candidate.
     bool getDeviceNetworkInfo(const QString& host, unsigned short port, tagLocalNetworkInfo& info);
-    /// The choice behind it: the candidates are tried in order with \a reachesServer until one
-    /// answers true. Copies the chosen one (or the first) into the record, unrevised.
+    /// The choice of getDeviceNetworkInfo(): the candidates are tried in order with
+    /// \a reachesServer until one answers true. Copies the chosen one (or the first) into the
+    /// record, unrevised.
     static bool chooseDeviceCandidate(const QList<tagLocalNetworkInfo>& candidates,
                                       const std::function<bool(const tagLocalNetworkInfo&)>& reachesServer,
                                       tagLocalNetworkInfo& info);
-    ///@}
 
     /// \name Platform queries
     ///@{
