@@ -138,6 +138,31 @@ std::unique_ptr<vdifake::ScenarioServer> playFaults(const QString& faults,
     return play(scenarioOf(QStringLiteral("deployment {\n  extends_built_in: true\n%1\n}\n").arg(faults)), {}, prepare);
 }
 
+#ifdef VDI_SIMULATOR
+// vdi-simulator started with `arguments`, and what it printed on stdout up to "ready".
+struct Simulator {
+    explicit Simulator(const QStringList& arguments)
+    {
+        process.start(QStringLiteral(VDI_SIMULATOR), arguments);
+        QString out;
+        while (!out.endsWith(QStringLiteral("ready\n")) && process.waitForReadyRead(10000))
+            out += QString::fromUtf8(process.readAllStandardOutput());
+        printed = QRegularExpression(QStringLiteral("^port (\\d+)\npem (.+)\ncommon-name (.*)\nready\n$")).match(out);
+    }
+    int port() const { return printed.captured(1).toInt(); }
+    QString pem() const { return printed.captured(2); }
+    QString commonName() const { return printed.captured(3); }
+    // Stops it; its exit code, -1 when it did not end normally.
+    int stop()
+    {
+        process.terminate();
+        return process.waitForFinished(10000) && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    }
+    QProcess process;
+    QRegularExpressionMatch printed;
+};
+#endif
+
 } // namespace
 
 class TestSimulator : public QObject
@@ -155,6 +180,7 @@ private slots:
     void brokenScenarioNamesTheLine();
     void exampleScenariosLoad();
     void simulatorHintsAndRecord();
+    void simulatorKeepsPortAndCertificate();
 };
 
 // The built-in scenario plays the deployment the simulator always played: its users, pools,
@@ -518,23 +544,13 @@ void TestSimulator::simulatorHintsAndRecord()
 #else
     const QTemporaryDir dir;
     const QString recordPath = dir.filePath(QStringLiteral("record.txt"));
-    QProcess simulator;
-    simulator.start(QStringLiteral(VDI_SIMULATOR),
-                    {QStringLiteral("--mode"), QStringLiteral("gateway"), QStringLiteral("--scenario"),
-                     QStringLiteral(VDI_SCENARIOS_DIR "/small-office.scenario"), QStringLiteral("--gateway-user"),
-                     QStringLiteral("edge:edge-pw"), QStringLiteral("--record"), recordPath});
-    QVERIFY(simulator.waitForStarted());
-    QString out;
-    while (!out.endsWith(QStringLiteral("ready\n")) && simulator.waitForReadyRead(10000))
-        out += QString::fromUtf8(simulator.readAllStandardOutput());
-    const QRegularExpressionMatch printed =
-        QRegularExpression(QStringLiteral("^port (\\d+)\npem (.+)\ncommon-name (.+)\nready\n$")).match(out);
-    QVERIFY2(printed.hasMatch(), qPrintable(out));
-    const QString port = printed.captured(1);
-    const QString pem = printed.captured(2);
-    QVERIFY(QFile::exists(pem));  // made by the simulator itself
+    Simulator simulator({QStringLiteral("--mode"), QStringLiteral("gateway"), QStringLiteral("--scenario"),
+                         QStringLiteral(VDI_SCENARIOS_DIR "/small-office.scenario"), QStringLiteral("--gateway-user"),
+                         QStringLiteral("edge:edge-pw"), QStringLiteral("--record"), recordPath});
+    QVERIFY(simulator.printed.hasMatch());
+    QVERIFY(QFile::exists(simulator.pem()));  // made by the simulator itself
 
-    RawClient raw(port.toInt(), pem, printed.captured(3));
+    RawClient raw(simulator.port(), simulator.pem(), simulator.commonName());
     QVERIFY(raw.loginGateway("edge", "edge-pw"));
     client::LoginResp reply;
     QCOMPARE(raw.login("alice", "alice-pw", &reply), 0);
@@ -545,14 +561,13 @@ void TestSimulator::simulatorHintsAndRecord()
                 .ok());
     QCOMPARE(changed.error().error_code(), 0);
 
-    simulator.terminate();
-    QVERIFY(simulator.waitForFinished(10000));
-    QCOMPARE(simulator.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(simulator.exitCode(), 0);
-    const QString hint = QString::fromUtf8(simulator.readAllStandardError());
-    for (const QString& shown : {QStringLiteral("vdi-client --server 127.0.0.1 --port %1 --pem %2 ").arg(port, pem),
+    QCOMPARE(simulator.stop(), 0);
+    const QString hint = QString::fromUtf8(simulator.process.readAllStandardError());
+    for (const QString& shown : {QStringLiteral("vdi-client --server 127.0.0.1 --port %1 --pem %2 ")
+                                     .arg(simulator.port())
+                                     .arg(simulator.pem()),
                                  QStringLiteral("server type 1 (access gateway)"),
-                                 QStringLiteral("TLS target name override \"%1\"").arg(printed.captured(3))})
+                                 QStringLiteral("TLS target name override \"%1\"").arg(simulator.commonName())})
         QVERIFY2(hint.contains(shown), qPrintable(hint));
 
     const QString record = fileText(recordPath);
@@ -562,6 +577,50 @@ void TestSimulator::simulatorHintsAndRecord()
         QVERIFY2(record.contains(QLatin1String(shown)), qPrintable(record));
     for (const std::string& secret : {std::string("alice-pw"), std::string("edge-pw"), std::string("brand-new-secret"), raw.token})
         QVERIFY2(!record.contains(QString::fromStdString(secret)), qPrintable(record));
+#endif
+}
+
+// Started again with --port and --certdir (or --cert-dir), it serves on that port with the
+// certificate the first start made and left there, unless another common name is asked for; while
+// it serves, another one cannot take its port.
+void TestSimulator::simulatorKeepsPortAndCertificate()
+{
+#ifndef VDI_SIMULATOR
+    QSKIP("the simulator is not built here (VDI_BUILD_TOOLS is off)");
+#else
+    const QTemporaryDir dir;
+    const QString certDir = dir.filePath(QStringLiteral("certificates"));  // made by the first start
+    const int port = vditest::unusedPort();
+    const QStringList served{QStringLiteral("--port"), QString::number(port)};
+    QString certificate;
+    const std::pair<QStringList, bool> starts[] = {  // the options, and whether the certificate is the one before
+        {{"--certdir", certDir}, false},
+        {{"--cert-dir", certDir}, true},
+        {{"--certdir", certDir, "--common-name", "elsewhere"}, false}};
+    for (const auto& start : starts) {
+        Simulator simulator(served + start.first);
+        QVERIFY2(simulator.printed.hasMatch(), simulator.process.readAllStandardError().constData());
+        QCOMPARE(simulator.port(), port);
+        QCOMPARE(simulator.pem(), QDir(certDir).absoluteFilePath(QStringLiteral("fake-server.crt.pem")));
+        QCOMPARE(simulator.commonName(), start.first.value(3, QStringLiteral("vdi-fake-controller")));
+        QCOMPARE(fileText(simulator.pem()) == certificate, start.second);
+        certificate = fileText(simulator.pem());
+        RawClient raw(simulator.port(), simulator.pem(), simulator.commonName());
+        client::LoginResp reply;
+        QCOMPARE(raw.login("demo-user", "demo-password", &reply), 0);
+        if (!start.second) {
+            QProcess second;
+            second.start(QStringLiteral(VDI_SIMULATOR), served);
+            QVERIFY(second.waitForFinished(10000));
+            QCOMPARE(second.exitCode(), 1);
+            QVERIFY(second.readAllStandardError().contains(QStringLiteral("port %1 of 127.0.0.1 is taken").arg(port).toUtf8()));
+        }
+        QCOMPARE(simulator.stop(), 0);
+    }
+    QProcess wrong;
+    wrong.start(QStringLiteral(VDI_SIMULATOR), {QStringLiteral("--port"), QStringLiteral("abc")});
+    QVERIFY(wrong.waitForFinished(10000));
+    QCOMPARE(wrong.exitCode(), 2);
 #endif
 }
 

@@ -33,6 +33,10 @@
 #include <QCommandLineOption>
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QSslCertificate>
 #include <QStringList>
 #include <QTemporaryDir>
 
@@ -46,8 +50,11 @@
 #include <thread>
 #include <utility>
 
+#include <arpa/inet.h>
 #include <cerrno>
+#include <netinet/in.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -188,6 +195,51 @@ void logFaults(const vdifake::SimulatedDeployment& deployment)
     }
 }
 
+// Whether 127.0.0.1:port is free. gRPC serves with SO_REUSEPORT and would share a port that
+// another simulator serves on: a socket without it finds out first. Connections of an earlier
+// run still in TIME_WAIT do not count (SO_REUSEADDR).
+bool portFree(int port)
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0)
+        return true;  // gRPC's own bind decides
+    const int on = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(uint16_t(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool free = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    return free;
+}
+
+// The certificate of --certdir: the one an earlier start left there while it is valid for an
+// hour more and has the common name of `server` (or any); else a new one is made there.
+// Returns what was done, for the log.
+QString keepCertificate(const QString& dir, bool anyName, vdifake::FakeServer::Options* server)
+{
+    const QDir folder(dir);
+    server->certDir = folder.absolutePath();
+    const QString certPath = folder.absoluteFilePath(QStringLiteral("fake-server.crt.pem"));
+    const QString keyPath = folder.absoluteFilePath(QStringLiteral("fake-server.key.pem"));
+    QFile file(certPath);
+    const QList<QSslCertificate> kept =
+        file.open(QIODevice::ReadOnly) ? QSslCertificate::fromData(file.readAll()) : QList<QSslCertificate>();
+    if (!kept.isEmpty() && QFile::exists(keyPath)) {
+        const QString keptName = kept.first().subjectInfo(QSslCertificate::CommonName).value(0);
+        const QDateTime expiry = kept.first().expiryDate();
+        if (expiry > QDateTime::currentDateTimeUtc().addSecs(3600) && (anyName || server->commonName == keptName)) {
+            server->certPath = certPath;
+            server->keyPath = keyPath;
+            server->commonName = keptName;
+            return QStringLiteral("the certificate kept in %1 (valid until %2)")
+                .arg(server->certDir, expiry.toString(Qt::ISODate));
+        }
+    }
+    return QStringLiteral("a new certificate in %1, kept for the next starts").arg(server->certDir);
+}
+
 std::atomic<bool> stdinClosed{false};
 
 // Reads standard input until it closes, then asks the main thread to stop.
@@ -268,8 +320,12 @@ int main(int argc, char* argv[])
         "delay, an error code in the reply, failing the next N calls, the server going\n"
         "down and coming back. The format and the example scenarios are in\n"
         "tools/simulator/scenarios/README.md (installed in\n"
-        "share/vdidesktopgrpc/scenarios/); --print-default prints the built-in scenario."));
-    parser.addHelpOption();
+        "share/vdidesktopgrpc/scenarios/); --print-default prints the built-in scenario.\n"
+        "\n"
+        "To restart it without new client settings, give --port and --certdir.\n"
+        "Exit codes: 0 stopped; 1 could not serve (the port is taken, no certificate);\n"
+        "2 bad command line or scenario."));
+    const QCommandLineOption helpOption = parser.addHelpOption();
     const QCommandLineOption modeOption(QStringLiteral("mode"),
         QStringLiteral("Default answers: controller (no gateway in use) or gateway (default: the"
                        " scenario's mode, else controller)."),
@@ -284,10 +340,12 @@ int main(int argc, char* argv[])
                        " tokens redacted) and the help uploads' zip entries to FILE at exit and"
                        " on SIGUSR1."),
         QStringLiteral("FILE"));
-    const QCommandLineOption certDirOption(QStringLiteral("cert-dir"),
-        QStringLiteral("Directory for the certificate and key (default: a new temporary one,"
-                       " removed on exit)."),
+    const QCommandLineOption certDirOption(QStringList{QStringLiteral("certdir"), QStringLiteral("cert-dir")},
+        QStringLiteral("Folder that keeps the certificate and key: made there on the first start,"
+                       " reused by later ones (default: a temporary folder, removed on exit)."),
         QStringLiteral("DIR"));
+    const QCommandLineOption portOption(QStringLiteral("port"),
+        QStringLiteral("Port to serve on (default: a free one)."), QStringLiteral("N"));
     const QCommandLineOption commonNameOption(QStringLiteral("common-name"),
         QStringLiteral("Common name of the server certificate (may be empty)."), QStringLiteral("NAME"));
     const QCommandLineOption stdinOption(QStringLiteral("until-stdin-closes"),
@@ -308,9 +366,14 @@ int main(int argc, char* argv[])
         QStringLiteral("The first N ApplyForVm calls end with DEADLINE_EXCEEDED at once, as when the"
                        " controller is slow to prepare a desktop (default 0)."),
         QStringLiteral("N"), QStringLiteral("0"));
-    parser.addOptions({modeOption, scenarioOption, certDirOption, commonNameOption, stdinOption, userOption,
+    parser.addOptions({modeOption, scenarioOption, portOption, certDirOption, commonNameOption, stdinOption, userOption,
                        gatewayUserOption, ldapUserOption, applyOverrunsOption, printDefaultOption, recordOption});
-    parser.process(app);
+    if (!parser.parse(QCoreApplication::arguments())) {
+        logLine(parser.errorText());
+        return 2;
+    }
+    if (parser.isSet(helpOption))
+        parser.showHelp(0);
 
     if (parser.isSet(printDefaultOption)) {
         std::fputs(vdifake::builtInScenarioText(), stdout);
@@ -336,9 +399,27 @@ int main(int argc, char* argv[])
     vdifake::ScenarioServer::Options serverOptions;
     serverOptions.mode = mode;
     serverOptions.keepCalls = parser.isSet(recordOption);
+    if (parser.isSet(portOption)) {
+        bool portRead = false;
+        serverOptions.server.port = parser.value(portOption).toInt(&portRead);
+        if (!portRead || serverOptions.server.port < 1 || serverOptions.server.port > 65535) {
+            logLine(QStringLiteral("--port wants a number from 1 to 65535, not \"%1\"").arg(parser.value(portOption)));
+            return 2;
+        }
+        if (!portFree(serverOptions.server.port)) {
+            logLine(QStringLiteral("port %1 of 127.0.0.1 is taken: another program serves there (give another --port, "
+                                   "or none for a free one)")
+                        .arg(serverOptions.server.port));
+            return 1;
+        }
+    }
+    if (parser.isSet(commonNameOption))
+        serverOptions.server.commonName = parser.value(commonNameOption);
     std::unique_ptr<QTemporaryDir> temporaryDir;
+    QString certificateNote;
     if (parser.isSet(certDirOption)) {
-        serverOptions.server.certDir = parser.value(certDirOption);
+        certificateNote =
+            keepCertificate(parser.value(certDirOption), !parser.isSet(commonNameOption), &serverOptions.server);
     } else {
         temporaryDir.reset(new QTemporaryDir);
         if (!temporaryDir->isValid()) {
@@ -347,8 +428,6 @@ int main(int argc, char* argv[])
         }
         serverOptions.server.certDir = temporaryDir->path();
     }
-    if (parser.isSet(commonNameOption))
-        serverOptions.server.commonName = parser.value(commonNameOption);
 
     // Outlives the server, whose responders refer to its deployment.
     auto server = std::make_unique<vdifake::ScenarioServer>(haveFile ? file : vdifake::builtInScenario(), serverOptions);
@@ -425,6 +504,8 @@ int main(int argc, char* argv[])
                 .arg(mode)
                 .arg(played.port())
                 .arg(haveFile ? QStringLiteral(" (scenario %1)").arg(parser.value(scenarioOption)) : QString()));
+    if (!certificateNote.isEmpty())
+        logLine(QStringLiteral("serving with ") + certificateNote);
     logConnectionHint(played, mode, someUser);
     logLine(QStringLiteral("controller users: %1").arg(controllerUsers));
     logLine(QStringLiteral("LDAP users: %1").arg(ldapUsers));
