@@ -1,5 +1,6 @@
 // vdi-client as a user runs it against the built-in deployment served in this process: its JSON
-// read back, its exit codes, its help, and never a password in what it prints.
+// read back, its exit codes, which stream says what, its help, and never a password in what it
+// prints.
 #include "testsupport.h"
 
 #include <QJsonArray>
@@ -8,6 +9,8 @@
 #include <QProcess>
 
 namespace {
+
+const QString kErrorPrefix = QStringLiteral("vdi-client: error: ");
 
 struct Run {
     int exitCode = -1;
@@ -22,6 +25,17 @@ struct Run {
         for (const QJsonValue& row : json().value(table).toArray())
             values << row.toObject().value(key).toString();
         return values;
+    }
+    // The error line on stderr, where the JSON document's error (with --json) has the same text
+    // and stdout nothing (without); else what the streams hold.
+    QString error(bool inJson) const
+    {
+        const QString lines = QString::fromUtf8(err);
+        const int at = lines.indexOf(kErrorPrefix);
+        const QString line = at < 0 ? QString() : lines.mid(at + kErrorPrefix.size()).section(QLatin1Char('\n'), 0, 0);
+        if (line.isEmpty() || (inJson ? json().value("error").toObject().value("message").toString() != line : !out.isEmpty()))
+            return QStringLiteral("stdout: %1\nstderr: %2").arg(QString::fromUtf8(out), lines);
+        return line;
     }
 };
 
@@ -78,10 +92,10 @@ void TestClient::discoversAndListsDesktops()
     const Deployment deployment("controller");
     QVERIFY(deployment.server);
 
-    // A user given, but discovery logs in as nobody: no password asked.
+    // A user given, but discovery logs in as nobody: no password asked, nothing on stderr.
     const Run discovered = deployment.client("--user demo-user --json discover");
     QCOMPARE(discovered.exitCode, 0);
-    QVERIFY2(!discovered.err.contains("Password"), discovered.err.constData());
+    QCOMPARE(discovered.err, QByteArray());
     QCOMPARE(discovered.text("tlsName"), deployment.server->commonName());
     QCOMPARE(discovered.text("serverType"), QStringLiteral("controller"));
     QCOMPARE(discovered.text("serverName"), QStringLiteral("vdi-fake-controller"));
@@ -123,7 +137,7 @@ void TestClient::operationsAndConnectionData()
     const Run started = deployment.client(kDemoUser + "--json operate office-demo-user-2 start");
     QCOMPARE(started.exitCode, 0);
     QCOMPARE(started.text("state"), QStringLiteral("running"));
-    QVERIFY(!started.text("port").isEmpty());
+    QVERIFY(started.json().value("port").toInt() > 0);
     QCOMPARE(stateOf(QStringLiteral("office-demo-user-2")), QStringLiteral("running"));
 
     // Snapshots where the pool allows them (where not: answers).
@@ -137,7 +151,7 @@ void TestClient::operationsAndConnectionData()
     QCOMPARE(json.exitCode, 0);
     QCOMPARE(json.text("protocol"), QStringLiteral("spice"));
     QVERIFY(!json.text("host").isEmpty());
-    QVERIFY(!json.text("port").isEmpty());
+    QVERIFY(json.json().value("port").toInt() > 0);
     QCOMPARE(json.text("state"), QStringLiteral("running"));
     QVERIFY(!deployment.server->calls("/client.ClientCore/ApplyForVm").empty());
 
@@ -149,57 +163,58 @@ void TestClient::operationsAndConnectionData()
         QVERIFY(!out.contains("demo-password"));
         QVERIFY(!out.contains("Vdi-"));  // the simulator's desktop account and spice passwords
     }
-    QVERIFY(!text.err.contains("demo-password"));  // the library's own log redacts it too
+    QVERIFY(text.err.contains("[ loginInternal ]"));  // the library's own log, with --verbose ...
+    QVERIFY(!text.err.contains("demo-password"));  // ... redacts it too
 }
 
 void TestClient::answers_data()
 {
     QTest::addColumn<QString>("line");
-    QTest::addColumn<int>("heartbeat");  // the status the server ends the heartbeat with
+    QTest::addColumn<int>("heartbeat");    // the status the server ends the heartbeat with
     QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("shown");   // texts between '|', the first one at the start
-    QTest::addColumn<QString>("absent");
+    QTest::addColumn<QString>("codes");    // of the JSON error: "grpcStatus N", "serverCode N" or none
+    QTest::addColumn<QString>("shown");    // texts between '|': the first one starts the error (else stdout)
+    QTest::addColumn<QString>("absent");   // from stdout and stderr
+    const auto row = [](const char* name, const QString& line, int exitCode, const QString& shown,
+                        const QString& absent = {}, const QString& codes = {}, int heartbeat = 0) {
+        QTest::newRow(name) << line << heartbeat << exitCode << codes << shown << absent;
+    };
     const QString user = "--json " + kDemoUser;
     const char* apply = "Usage: vdi-client [options] apply POOL\n|never printed|VDI_PASSWORD|Exit codes: 0 done";
-    QTest::newRow("help") << "--help" << 0 << 0 << "Usage: |Exit codes: 0 done|help-report TYPE DESCRIPTION"
-                          << "never printed";
-    QTest::newRow("help apply") << "help apply" << 0 << 0 << apply << "TLS name";
-    QTest::newRow("apply --help") << "apply --help" << 0 << 0 << apply << "TLS name";
-    QTest::newRow("desktops as a table") << kDemoUser + "desktops" << 0 << 0 << "|Desktops (6):|office-demo-user-2"
-                                         << "password";
-    QTest::newRow("help discover, no login") << "help discover" << 0 << 0
-                                             << "Usage: vdi-client [options] discover|TLS name" << "VDI_PASSWORD";
-    QTest::newRow("refused login") << "--json --user demo-user --password wrong login" << 0 << 3
-                                   << "login as \"demo-user\": refused by the server, code 1: 用户名或密码错误 / wrong "
-                                      "user name or password" << QString();
-    QTest::newRow("pool without snapshots") << user + "snapshot office-demo-user-2 create s1" << 0 << 3
-                                            << "snapshot create of \"office-demo-user-2\": refused by the server" << QString();
-    QTest::newRow("nobody listens") << QStringLiteral("--json --port %1 discover").arg(vditest::unusedPort()) << 0 << 2
-                                    << "server type: the server cannot be reached (code 14" << QString();
-    QTest::newRow("no certificate") << "--json --pem /nonexistent.pem discover" << 0 << 2
-                                    << "cannot read the server's certificate \"/nonexistent.pem\" (--pem)" << QString();
-    QTest::newRow("server error") << user + "heartbeat" << int(grpc::StatusCode::INTERNAL) << 4
-                                  << "heartbeat: the call failed with gRPC status 13 (failed)" << QString();
-    QTest::newRow("deadline") << user + "heartbeat" << int(grpc::StatusCode::DEADLINE_EXCEEDED) << 5
-                              << "heartbeat: the server did not answer in time (code 4)" << QString();
-    QTest::newRow("no such desktop") << user + "operate nowhere start" << 0 << 1
-                                     << "no desktop \"nowhere\" among the user's desktops" << QString();
-    QTest::newRow("no such action") << user + "operate office-demo-user-2 explode" << 0 << 1
-                                    << "operate wants a desktop and one of state, start" << QString();
-    QTest::newRow("no such command") << "--json no-such-command" << 0 << 1 << "name a command" << QString();
-    QTest::newRow("no user") << "--json desktops" << 0 << 1 << "this command logs in: give --user" << QString();
-    QTest::newRow("help of no command") << "--json help explode" << 0 << 1 << "no command \"explode\"" << QString();
-    QTest::newRow("no such option") << "--no-such-option discover" << 0 << 1 << "error: Unknown option 'no-such-option'"
-                                    << QString();
+    row("help", "--help", 0, "Usage: |Exit codes: 0 done|help-report TYPE DESCRIPTION", "never printed");
+    row("help apply", "help apply", 0, apply, "TLS name");
+    row("apply --help", "apply --help", 0, apply, "TLS name");
+    row("desktops as a table", kDemoUser + "desktops", 0, "|Desktops (6):|office-demo-user-2", "password");
+    row("help discover, no login", "help discover", 0, "Usage: vdi-client [options] discover|TLS name", "VDI_PASSWORD");
+    row("refused login", "--json --user demo-user --password wrong login", 3,
+        "login as \"demo-user\": refused by the server, code 1: 用户名或密码错误 / wrong user name or password", {},
+        "serverCode 1");
+    row("pool without snapshots", user + "snapshot office-demo-user-2 create s1", 3,
+        "snapshot create of \"office-demo-user-2\": refused by the server", {}, "serverCode 13");
+    row("nobody listens", QStringLiteral("--json --port %1 discover").arg(vditest::unusedPort()), 2,
+        "server type: the server cannot be reached (code 14", {}, "grpcStatus 14");
+    row("no certificate", "--json --pem /nonexistent.pem discover", 2,
+        "cannot read the server's certificate \"/nonexistent.pem\" (--pem)");
+    row("server error", user + "heartbeat", 4, "heartbeat: the call failed with gRPC status 13 (failed)", {},
+        "grpcStatus 13", int(grpc::StatusCode::INTERNAL));
+    row("deadline", user + "heartbeat", 5, "heartbeat: the server did not answer in time (code 4)", {}, "grpcStatus 4",
+        int(grpc::StatusCode::DEADLINE_EXCEEDED));
+    row("no such desktop", user + "operate nowhere start", 1, "no desktop \"nowhere\" among the user's desktops");
+    row("no such action", user + "operate office-demo-user-2 explode", 1, "operate wants a desktop and one of state, start");
+    row("no such command", "--json no-such-command", 1, "name a command");
+    row("no user", "--json desktops", 1, "this command logs in: give --user");
+    row("help of no command", "--json help explode", 1, "no command \"explode\"");
+    row("no such option", "--no-such-option discover", 1, "Unknown option 'no-such-option'");
 }
 
-// The exit code and what the client prints: with --json a failure's reason, and its exit code
-// again, in the output's error.
+// The exit code and what the client prints: the results on stdout; an error on stderr, and with
+// --json in the document on stdout too, with its exit code and the codes behind it.
 void TestClient::answers()
 {
     QFETCH(QString, line);
     QFETCH(int, heartbeat);
     QFETCH(int, exitCode);
+    QFETCH(QString, codes);
     QFETCH(QString, shown);
     QFETCH(QString, absent);
     const Deployment deployment("controller");
@@ -210,15 +225,24 @@ void TestClient::answers()
     });
     const Run run = deployment.client(line);
     QCOMPARE(run.exitCode, exitCode);
-    const QJsonObject error = run.json().value("error").toObject();
     const bool json = line.startsWith(QLatin1String("--json"));
-    if (json)
+    const QJsonObject error = run.json().value("error").toObject();
+    if (json && exitCode) {
         QCOMPARE(error.value("exitCode").toInt(), exitCode);
-    const QString out = json ? error.value("message").toString() : QString::fromUtf8(run.out);
-    QVERIFY2(out.startsWith(shown.section(QLatin1Char('|'), 0, 0)), qPrintable(out));
+        QStringList keys{"exitCode", "message"};
+        if (!codes.isEmpty()) {
+            keys << codes.section(QLatin1Char(' '), 0, 0);
+            QCOMPARE(error.value(keys.last()).toInt(), codes.section(QLatin1Char(' '), 1).toInt());
+        }
+        keys.sort();
+        QCOMPARE(error.keys(), keys);
+    }
+    const QString said = exitCode ? run.error(json) : QString::fromUtf8(run.out);
+    QVERIFY2(said.startsWith(shown.section(QLatin1Char('|'), 0, 0)), qPrintable(said));
+    const QString both = QString::fromUtf8(run.out + run.err);
     for (const QString& text : shown.split(QLatin1Char('|')))
-        QVERIFY2(out.contains(text), qPrintable(text));
-    QVERIFY2(absent.isNull() || !out.contains(absent), qPrintable(absent));
+        QVERIFY2(both.contains(text), qPrintable(text + QStringLiteral(" in ") + both));
+    QVERIFY2(absent.isNull() || !both.contains(absent), qPrintable(absent + QStringLiteral(" in ") + both));
 }
 
 void TestClient::gatewayRoad()
@@ -228,12 +252,14 @@ void TestClient::gatewayRoad()
     const Run discovered = deployment.client("--json discover");
     QCOMPARE(discovered.exitCode, 0);
     QCOMPARE(discovered.text("serverType"), QStringLiteral("gateway"));
-    QVERIFY(!discovered.json().value("gateways").toArray().isEmpty());
+    const QJsonObject gateway = discovered.json().value("gateways").toArray().first().toObject();
+    QVERIFY(gateway.value("vdpPort").toInt() > 0 && gateway.value("rdpPort").toInt() > 0);
 
     const Run byOption = deployment.client(kDemoUser + "--gateway-user gw-user --gateway-password gw-password --json login");
     QCOMPARE(byOption.exitCode, 0);
     QCOMPARE(byOption.json().value("throughGateway").toBool(), true);
     QCOMPARE(byOption.text("user"), QStringLiteral("demo-user"));
+    QCOMPARE(byOption.err, QByteArray());
 
     // Not given: asked for, read from stdin here, and the password not echoed into the output.
     const Run prompted = deployment.client(kDemoUser + "--json desktops", "gw-user\ngw-password\n");

@@ -82,6 +82,17 @@ QString Outcome::describe() const
     }
 }
 
+QJsonObject Outcome::codes() const
+{
+    if (exitCode() == ExitOk || !answered)
+        return {};
+    if (isCallFailure(error))
+        return {{QStringLiteral("grpcStatus"), error.errorCode}};
+    if (error.errorCode != -1)
+        return {{QStringLiteral("serverCode"), error.errorCode}};
+    return {};
+}
+
 Session::Session(const Options& options)
     : m_options(options)
 {

@@ -51,6 +51,8 @@ struct Outcome {
 
     int exitCode() const;
     QString describe() const;  // one line for people
+    // The codes behind the failure for the JSON error: grpcStatus or serverCode.
+    QJsonObject codes() const;
 };
 
 class Session {

@@ -26,7 +26,7 @@ using Row = Report::Row;
 
 int failed(Report& report, const Outcome& outcome, const QString& what)
 {
-    report.failure(outcome.exitCode(), QStringLiteral("%1: %2").arg(what, outcome.describe()));
+    report.failure(outcome.exitCode(), QStringLiteral("%1: %2").arg(what, outcome.describe()), outcome.codes());
     return outcome.exitCode();
 }
 
@@ -34,6 +34,14 @@ int usage(Report& report, const QString& text)
 {
     report.failure(ExitUsage, text);
     return ExitUsage;
+}
+
+// A port the library hands over as text, as a number (null when there is none).
+QVariant number(const QString& port)
+{
+    bool read = false;
+    const int value = port.toInt(&read);
+    return read ? QVariant(value) : QVariant();
 }
 
 QString firstAddress(const tagVMInfo& vm)
@@ -115,7 +123,7 @@ int discover(Session& session, const QStringList&, Report& report)
         outcome = answer(session, &VdiDesktopGrpcThread::queryGatewayInfoResult, [&](const GatewayInfoResp& reply) {
             for (const tagGatewayInfo& g : reply.gatewayList)
                 gateways.push_back({{"name", g.name}, {"type", g.type}, {"domain", g.domain}, {"publicIp", g.publicIp},
-                                    {"vdpPort", g.vdpPort}, {"rdpPort", g.rdpPort}});
+                                    {"vdpPort", number(g.vdpPort)}, {"rdpPort", number(g.rdpPort)}});
         });
         if (outcome.exitCode() != ExitOk)
             return failed(report, outcome, QStringLiteral("gateways"));
@@ -221,9 +229,9 @@ int apply(Session& session, const QStringList& args, Report& report)
     report.field(QStringLiteral("address"), firstAddress(vm));
     report.field(QStringLiteral("protocol"), QStringLiteral("spice"));
     report.field(QStringLiteral("host"), connection.hostIp.isEmpty() ? assigned.hostIp : connection.hostIp);
-    report.field(QStringLiteral("port"), connection.spicePort);
+    report.field(QStringLiteral("port"), number(connection.spicePort));
     if (!connection.tlsPort.isEmpty())
-        report.field(QStringLiteral("tlsPort"), connection.tlsPort);
+        report.field(QStringLiteral("tlsPort"), number(connection.tlsPort));
     report.field(QStringLiteral("account"), assigned.userNameOrDeviceName);
     return ExitOk;
 }
@@ -253,7 +261,7 @@ int operate(Session& session, const QStringList& args, Report& report)
     report.field(QStringLiteral("desktop"), found.vm->vmName);
     report.field(QStringLiteral("state"), reply.vmInfo.vmStatus);
     report.field(QStringLiteral("host"), reply.hostIp);
-    report.field(QStringLiteral("port"), reply.spicePort);
+    report.field(QStringLiteral("port"), number(reply.spicePort));
     return ExitOk;
 }
 
@@ -623,7 +631,10 @@ QString helpText()
         "  help COMMAND (or COMMAND --help)\n      what a command does\n"
         "\nEvery command is one session: those that need a user discover the server and log in first,\n"
         "through the access gateway when the server says there is one (its user and password from\n"
-        "--gateway-user and --gateway-password, else asked on the terminal).\n\n");
+        "--gateway-user and --gateway-password, else asked on the terminal).\n\n"
+        "Results go to stdout; errors and questions to stderr. With --json stdout holds one JSON\n"
+        "document, an error too: {\"error\": {\"message\", \"exitCode\", and \"grpcStatus\" or\n"
+        "\"serverCode\" when there is one}}.\n\n");
     return text + QLatin1String(kExitCodes);
 }
 
@@ -674,7 +685,8 @@ int main(int argc, char* argv[])
                                     QStringLiteral("TICKET"));
     const QCommandLineOption ldap(QStringLiteral("ldap"), QStringLiteral("Log in through LDAP in this domain."),
                                   QStringLiteral("DOMAIN"));
-    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Print one JSON document."));
+    const QCommandLineOption json(QStringLiteral("json"),
+                                  QStringLiteral("Print one JSON document on stdout, an error in it too (as \"error\")."));
     const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Show the library's log on stderr."));
     parser.addOptions({server, port, pem, english, timeout, user, password, gatewayUser, gatewayPassword, sms, ticket, ldap,
                        json, verbose});

@@ -65,19 +65,26 @@ void Report::note(const QString& line)
     m_lines << line;
 }
 
-void Report::failure(int exitCode, const QString& description)
+void Report::failure(int exitCode, const QString& description, const QJsonObject& codes)
 {
-    m_json.insert(QStringLiteral("error"), QJsonObject{{QStringLiteral("exitCode"), exitCode},
-                                                       {QStringLiteral("message"), description}});
-    m_lines << QStringLiteral("error: %1").arg(description);
+    QJsonObject error = codes;
+    error.insert(QStringLiteral("exitCode"), exitCode);
+    error.insert(QStringLiteral("message"), description);
+    m_json.insert(QStringLiteral("error"), error);
+    m_error = description;
 }
 
 void Report::print(bool json) const
 {
-    const QByteArray out = json ? QJsonDocument(m_json).toJson(QJsonDocument::Indented)
-                                : (m_lines.join(QLatin1Char('\n')) + QLatin1Char('\n')).toLocal8Bit();
+    QByteArray out;
+    if (json)
+        out = QJsonDocument(m_json).toJson(QJsonDocument::Indented);
+    else if (!m_lines.isEmpty())
+        out = (m_lines.join(QLatin1Char('\n')) + QLatin1Char('\n')).toLocal8Bit();
     std::fwrite(out.constData(), 1, size_t(out.size()), stdout);
     std::fflush(stdout);
+    if (!m_error.isEmpty())
+        std::fputs(QStringLiteral("vdi-client: error: %1\n").arg(m_error).toLocal8Bit().constData(), stderr);
 }
 
 } // namespace vdiclient
