@@ -2,6 +2,7 @@
 // read back, its exit codes, which stream says what, its help, and never a password in what it
 // prints.
 #include "testsupport.h"
+#include "testcertificate.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -169,7 +170,8 @@ void TestClient::operationsAndConnectionData()
 
 void TestClient::answers_data()
 {
-    QTest::addColumn<QString>("line");
+    QTest::addColumn<QString>("line");     // @BINARY@, @NOSUBJECT@: a pem that is no certificate, one
+                                           // without a subject
     QTest::addColumn<int>("heartbeat");    // the status the server ends the heartbeat with
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("codes");    // of the JSON error: "grpcStatus N", "serverCode N" or none
@@ -181,7 +183,9 @@ void TestClient::answers_data()
     };
     const QString user = "--json " + kDemoUser;
     const char* apply = "Usage: vdi-client [options] apply POOL\n|never printed|VDI_PASSWORD|Exit codes: 0 done";
-    row("help", "--help", 0, "Usage: |Exit codes: 0 done|help-report TYPE DESCRIPTION", "never printed");
+    row("help", "--help", 0,
+        "Usage: |Exit codes: 0 done|help-report TYPE DESCRIPTION|(default 127.0.0.1)|(default 443)|(default 35)",
+        "never printed");
     row("help apply", "help apply", 0, apply, "TLS name");
     row("apply --help", "apply --help", 0, apply, "TLS name");
     row("desktops as a table", kDemoUser + "desktops", 0, "|Desktops (6):|office-demo-user-2", "password");
@@ -193,18 +197,22 @@ void TestClient::answers_data()
         "snapshot create of \"office-demo-user-2\": refused by the server", {}, "serverCode 13");
     row("nobody listens", QStringLiteral("--json --port %1 discover").arg(vditest::unusedPort()), 2,
         "server type: the server cannot be reached (code 14", {}, "grpcStatus 14");
-    row("no certificate", "--json --pem /nonexistent.pem discover", 2,
-        "cannot read the server's certificate \"/nonexistent.pem\" (--pem)");
+    row("no certificate file", "--json --pem /nonexistent.pem discover", 1, "cannot read --pem \"/nonexistent.pem\"");
+    row("no certificate in the pem", "--json --pem @BINARY@ discover", 2, "no TLS channel: |holds no PEM certificate");
+    row("no subject in the certificate", "--pem @NOSUBJECT@ discover", 2, "no TLS channel: |no certificate with a subject");
     row("server error", user + "heartbeat", 4, "heartbeat: the call failed with gRPC status 13 (failed)", {},
         "grpcStatus 13", int(grpc::StatusCode::INTERNAL));
     row("deadline", user + "heartbeat", 5, "heartbeat: the server did not answer in time (code 4)", {}, "grpcStatus 4",
         int(grpc::StatusCode::DEADLINE_EXCEEDED));
     row("no such desktop", user + "operate nowhere start", 1, "no desktop \"nowhere\" among the user's desktops");
     row("no such action", user + "operate office-demo-user-2 explode", 1, "operate wants a desktop and one of state, start");
-    row("no such command", "--json no-such-command", 1, "name a command");
+    row("no command", "--json", 1, "name a command");
+    row("no such command", "--json frobnicate", 1, "unknown command \"frobnicate\"");
     row("no user", "--json desktops", 1, "this command logs in: give --user");
-    row("help of no command", "--json help explode", 1, "no command \"explode\"");
+    row("help of no command", "--json help explode", 1, "unknown command \"explode\"");
     row("no such option", "--no-such-option discover", 1, "Unknown option 'no-such-option'");
+    row("port not a number", "--port abc discover", 1, "--port wants a number from 1 to 65535, not \"abc\"", "--timeout");
+    row("no time", "--timeout 0 discover", 1, "--timeout wants a number of seconds from 1 up, not \"0\"", "--port");
 }
 
 // The exit code and what the client prints: the results on stdout; an error on stderr, and with
@@ -219,6 +227,12 @@ void TestClient::answers()
     QFETCH(QString, absent);
     const Deployment deployment("controller");
     QVERIFY(deployment.server);
+    const QTemporaryDir dir;
+    const vdifake::CertificateFiles noSubject =
+        vdifake::makeSelfSignedCertificate(dir.path(), QString(), QStringLiteral("nosubject.test"), QStringLiteral("s"));
+    QVERIFY(noSubject.isValid());
+    line.replace(QLatin1String("@BINARY@"), QStringLiteral(VDI_CLIENT))
+        .replace(QLatin1String("@NOSUBJECT@"), noSubject.certPath);
     deployment.server->withServer([heartbeat](vdifake::FakeServer& server) {
         if (heartbeat)
             server.setStatus("/client.ClientCore/Heartbeat", grpc::StatusCode(heartbeat), "failed");

@@ -2,8 +2,6 @@
 
 #include "vdidesktopgrpchelper.h"
 
-#include <QSslCertificate>
-
 #include <cstdio>
 #include <string>
 
@@ -123,13 +121,7 @@ bool Session::connectToServer(Outcome* failure)
     });
     m_discovery.insert(QStringLiteral("localIp"), m_facade.getLocalIP());
     m_discovery.insert(QStringLiteral("localMac"), m_facade.getLocalMAC());
-    // The library checks the name in the certificate's subject, whatever the address.
-    for (const QSslCertificate& certificate : QSslCertificate::fromPath(m_options.pem)) {
-        if (!certificate.subjectDisplayName().isEmpty()) {
-            m_discovery.insert(QStringLiteral("tlsName"), certificate.subjectDisplayName());
-            break;
-        }
-    }
+    m_discovery.insert(QStringLiteral("tlsName"), m_options.tlsName);
 
     m_facade.initServerType(0);
     m_facade.initConnection(m_options.pem, m_options.server, m_options.port, m_options.english);

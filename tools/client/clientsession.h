@@ -29,6 +29,7 @@ struct Options {
     QString server = QStringLiteral("127.0.0.1");
     quint16 port = 443;
     QString pem;
+    QString tlsName;  // the subject of the certificate in the pem: the name the library checks
     bool english = false;
     int timeoutMs = 35000;
     QString user;

@@ -10,8 +10,9 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QFileInfo>
+#include <QFile>
 #include <QProcessEnvironment>
+#include <QSslCertificate>
 
 #include <cstdio>
 #include <map>
@@ -648,6 +649,32 @@ QString commandHelp(const Command& c)
            QLatin1Char('\n');
 }
 
+// The name that the library checks, from the certificate in --pem, before anything is asked: a
+// file that is missing is a bad command line, one without a certificate with a subject gives no
+// TLS channel.
+int readPem(Options* options, Report* report)
+{
+    QFile file(options->pem);
+    if (options->pem.isEmpty() || !file.open(QIODevice::ReadOnly)) {
+        report->failure(ExitUsage, options->pem.isEmpty()
+                                       ? QStringLiteral("give the server's certificate with --pem FILE")
+                                       : QStringLiteral("cannot read --pem \"%1\": %2").arg(options->pem, file.errorString()));
+        return ExitUsage;
+    }
+    const QList<QSslCertificate> certificates = QSslCertificate::fromData(file.readAll());
+    for (const QSslCertificate& certificate : certificates) {
+        options->tlsName = certificate.subjectDisplayName();
+        if (!options->tlsName.isEmpty())
+            return ExitOk;
+    }
+    report->failure(ExitConnection, QStringLiteral("no TLS channel: \"%1\" holds %2 (--pem)")
+                                        .arg(options->pem, certificates.isEmpty()
+                                                               ? QStringLiteral("no PEM certificate")
+                                                               : QStringLiteral("no certificate with a subject, the name "
+                                                                                "that is checked")));
+    return ExitConnection;
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
@@ -661,9 +688,10 @@ int main(int argc, char* argv[])
     const QCommandLineOption helpOption = parser.addHelpOption();
     const QCommandLineOption versionOption = parser.addVersionOption();
     const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    const QCommandLineOption server(QStringLiteral("server"), QStringLiteral("Address of the controller or gateway."),
+    const QCommandLineOption server(QStringLiteral("server"),
+                                    QStringLiteral("Controller or gateway (default 127.0.0.1)."),
                                     QStringLiteral("ADDRESS"), QStringLiteral("127.0.0.1"));
-    const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("Its port."), QStringLiteral("N"),
+    const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("Its port (default 443)."), QStringLiteral("N"),
                                   QStringLiteral("443"));
     const QCommandLineOption pem(QStringLiteral("pem"),
                                  QStringLiteral("Its certificate (PEM); the name checked is the certificate's subject."),
@@ -709,7 +737,7 @@ int main(int argc, char* argv[])
             std::fputs(commandHelp(*described).toLocal8Bit().constData(), stdout);
             return ExitOk;
         }
-        report.failure(ExitUsage, QStringLiteral("no command \"%1\" (vdi-client --help lists them)").arg(name));
+        report.failure(ExitUsage, QStringLiteral("unknown command \"%1\" (vdi-client --help lists them)").arg(name));
         report.print(parser.isSet(json));
         return ExitUsage;
     }
@@ -717,9 +745,16 @@ int main(int argc, char* argv[])
     bool portRead = false, timeoutRead = false;
     const uint portNumber = parser.value(port).toUInt(&portRead);
     const int seconds = parser.value(timeout).toInt(&timeoutRead);
-    if (!command || !portRead || portNumber == 0 || portNumber > 65535 || !timeoutRead || seconds <= 0) {
-        report.failure(ExitUsage, !command ? QStringLiteral("name a command (vdi-client --help lists them)")
-                                           : QStringLiteral("--port wants 1 to 65535 and --timeout a number of seconds"));
+    QString wrong;
+    if (!command)
+        wrong = args.isEmpty() ? QStringLiteral("name a command (vdi-client --help lists them)")
+                               : QStringLiteral("unknown command \"%1\" (vdi-client --help lists them)").arg(args[0]);
+    else if (!portRead || portNumber == 0 || portNumber > 65535)
+        wrong = QStringLiteral("--port wants a number from 1 to 65535, not \"%1\"").arg(parser.value(port));
+    else if (!timeoutRead || seconds <= 0)
+        wrong = QStringLiteral("--timeout wants a number of seconds from 1 up, not \"%1\"").arg(parser.value(timeout));
+    if (!wrong.isEmpty()) {
+        report.failure(ExitUsage, wrong);
         report.print(parser.isSet(json));
         return ExitUsage;
     }
@@ -743,12 +778,12 @@ int main(int argc, char* argv[])
     options.verbose = parser.isSet(verbose);
     options.passwordGiven = parser.isSet(password) || env.contains(QStringLiteral("VDI_PASSWORD"));
 
-    if (!QFileInfo(options.pem).isReadable()) {
-        report.failure(ExitConnection, QStringLiteral("cannot read the server's certificate \"%1\" (--pem)").arg(options.pem));
-        report.print(options.json);
-        return ExitConnection;
-    }
     installLogHandler(options.verbose);
+    const int pemCode = readPem(&options, &report);
+    if (pemCode != ExitOk) {
+        report.print(options.json);
+        return pemCode;
+    }
     int code = ExitOk;
     {
         Session session(options);
