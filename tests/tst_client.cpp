@@ -213,6 +213,8 @@ void TestClient::answers_data()
     row("no such option", "--no-such-option discover", 1, "Unknown option 'no-such-option'");
     row("port not a number", "--port abc discover", 1, "--port wants a number from 1 to 65535, not \"abc\"", "--timeout");
     row("no time", "--timeout 0 discover", 1, "--timeout wants a number of seconds from 1 up, not \"0\"", "--port");
+    row("no password to read", "--json --user demo-user login", 1,
+        "login as \"demo-user\": nothing to read for the password of \"demo-user\": give --password or VDI_PASSWORD");
 }
 
 // The exit code and what the client prints: the results on stdout; an error on stderr, and with
@@ -285,6 +287,18 @@ void TestClient::gatewayRoad()
     QCOMPARE(prompted.column("desktops", "name").size(), 6);
 
     QCOMPARE(deployment.client(kDemoUser + "--json login", "gw-user\nwrong\n").exitCode, 3);
+    QCOMPARE(deployment.server->calls("/gateway.GatewayCore/LoginGateway").size(), size_t(3));
+
+    // Nothing to read: the option to give, and no gateway login tried.
+    for (const auto& missing : {std::make_pair(QString(), "the access gateway's user: give --gateway-user"),
+                                std::make_pair(QStringLiteral("--gateway-user gw-user "),
+                                               "the access gateway's password: give --gateway-password or "
+                                               "VDI_GATEWAY_PASSWORD")}) {
+        const Run run = deployment.client(kDemoUser + missing.first + "desktops");
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(run.error(false), QStringLiteral("login as \"demo-user\": nothing to read for ") + missing.second);
+    }
+    QCOMPARE(deployment.server->calls("/gateway.GatewayCore/LoginGateway").size(), size_t(3));
     QCOMPARE(deployment.server->calls("/client.ClientCore/Login").size(), size_t(2));
 }
 

@@ -37,6 +37,8 @@ bool isCallFailure(const tagErrorData& error)
 
 int Outcome::exitCode() const
 {
+    if (!usage.isEmpty())
+        return ExitUsage;
     if (!answered)
         return ExitTimeout;
     if (ok)
@@ -62,6 +64,8 @@ QString Outcome::describe() const
     switch (exitCode()) {
     case ExitOk:
         return QStringLiteral("ok");
+    case ExitUsage:
+        return usage;
     case ExitTimeout:
         return answered ? QStringLiteral("the server did not answer in time (code 4)")
                         : QStringLiteral("no answer within the time limit");
@@ -82,7 +86,7 @@ QString Outcome::describe() const
 
 QJsonObject Outcome::codes() const
 {
-    if (exitCode() == ExitOk || !answered)
+    if (exitCode() == ExitOk || !usage.isEmpty() || !answered)
         return {};
     if (isCallFailure(error))
         return {{QStringLiteral("grpcStatus"), error.errorCode}};
@@ -142,10 +146,20 @@ bool Session::connectToServer(Outcome* failure)
     return true;
 }
 
+// Nothing to read where a credential was to be asked: the option that gives it.
+static Outcome missing(const QString& what, const QString& give)
+{
+    Outcome outcome;
+    outcome.usage = QStringLiteral("nothing to read for %1: give %2").arg(what, give);
+    return outcome;
+}
+
 Outcome Session::login(LoginReply* reply)
 {
     if (!m_options.passwordGiven) {
-        m_options.password = prompt(QStringLiteral("Password for %1: ").arg(m_options.user), true);
+        if (!prompt(QStringLiteral("Password for %1: ").arg(m_options.user), true, &m_options.password))
+            return missing(QStringLiteral("the password of \"%1\"").arg(m_options.user),
+                           QStringLiteral("--password or VDI_PASSWORD"));
         m_options.passwordGiven = true;
     }
     Outcome outcome;
@@ -155,18 +169,23 @@ Outcome Session::login(LoginReply* reply)
     // Behind a gateway without saved credentials the library asks once; a second question
     // means that the answer was refused, and the login's own answer says so.
     bool asked = false;
+    Outcome unanswered;
     const QMetaObject::Connection askConnection =
-        QObject::connect(&m_facade, &VdiDesktopGrpcThread::inputGatewayAuthInfo, &m_facade, [this, &asked] {
+        QObject::connect(&m_facade, &VdiDesktopGrpcThread::inputGatewayAuthInfo, &m_facade, [&] {
             if (asked)
                 return;
             asked = true;
             QString user = m_options.gatewayUser;
             QString password = m_options.gatewayPassword;
-            if (user.isEmpty())
-                user = prompt(QStringLiteral("Gateway user: "), false);
-            if (password.isEmpty())
-                password = prompt(QStringLiteral("Gateway password: "), true);
-            emit m_facade.loginGateway(user, password);
+            if (user.isEmpty() && !prompt(QStringLiteral("Gateway user: "), false, &user))
+                unanswered = missing(QStringLiteral("the access gateway's user"), QStringLiteral("--gateway-user"));
+            else if (password.isEmpty() && !prompt(QStringLiteral("Gateway password: "), true, &password))
+                unanswered = missing(QStringLiteral("the access gateway's password"),
+                                     QStringLiteral("--gateway-password or VDI_GATEWAY_PASSWORD"));
+            if (unanswered.usage.isEmpty())
+                emit m_facade.loginGateway(user, password);
+            else if (m_waiting)
+                m_waiting->quit();
         });
 
     if (!m_options.ldapDomain.isEmpty()) {
@@ -193,7 +212,7 @@ Outcome Session::login(LoginReply* reply)
         *reply = answer;
     });
     QObject::disconnect(askConnection);
-    return outcome;
+    return unanswered.usage.isEmpty() ? outcome : unanswered;
 }
 
 void installLogHandler(bool verbose)
@@ -202,7 +221,7 @@ void installLogHandler(bool verbose)
     qInstallMessageHandler(logHandler);
 }
 
-QString prompt(const QString& question, bool secret)
+bool prompt(const QString& question, bool secret, QString* answer)
 {
     std::fputs(question.toLocal8Bit().constData(), stderr);
     std::fflush(stderr);
@@ -216,20 +235,23 @@ QString prompt(const QString& question, bool secret)
     }
     // One stdio stream for every question, so that answers piped in one go are read in turn.
     std::string read;
+    bool got = false;
     char chunk[256];
     while (std::fgets(chunk, sizeof chunk, stdin)) {
+        got = true;
         read += chunk;
         if (!read.empty() && read.back() == '\n')
             break;
     }
     while (!read.empty() && (read.back() == '\n' || read.back() == '\r'))
         read.pop_back();
-    const QString line = QString::fromLocal8Bit(read.c_str());
-    if (secret && terminal) {
+    *answer = QString::fromLocal8Bit(read.c_str());
+    if (secret && terminal)
         ::tcsetattr(STDIN_FILENO, TCSANOW, &saved);
+    // The answer ends the line only where the terminal echoed it.
+    if (secret || !terminal || !got)
         std::fputc('\n', stderr);
-    }
-    return line;
+    return got;
 }
 
 } // namespace vdiclient

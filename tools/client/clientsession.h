@@ -44,11 +44,13 @@ struct Options {
     bool verbose = false;
 };
 
-// How one request ended: answered or not, the flag, the record's error.
+// How one request ended: answered or not, the flag, the record's error; or, before anything
+// was asked, what the command line lacks.
 struct Outcome {
     bool answered = false;
     bool ok = false;
     tagErrorData error;
+    QString usage;  // non-empty: a command-line error (exit code 1), this text
 
     int exitCode() const;
     QString describe() const;  // one line for people
@@ -70,6 +72,7 @@ public:
     bool await(void (VdiDesktopGrpcThread::*signal)(Args...), Handler handler)
     {
         QEventLoop loop;
+        m_waiting = &loop;
         bool answered = false;
         const QMetaObject::Connection connection = QObject::connect(&m_facade, signal, &loop, [&](Args... args) {
             if (answered)
@@ -80,6 +83,7 @@ public:
         });
         QTimer::singleShot(m_options.timeoutMs, &loop, &QEventLoop::quit);
         loop.exec();
+        m_waiting = nullptr;
         QObject::disconnect(connection);
         return answered;
     }
@@ -99,12 +103,14 @@ private:
     VdiDesktopGrpcThread m_facade;
     int m_serverType = -1;
     QJsonObject m_discovery;
+    QEventLoop* m_waiting = nullptr;  // the loop of await(), while it runs
 };
 
 // The library's log goes to stderr with --verbose and nowhere without.
 void installLogHandler(bool verbose);
 
 // Asks on the terminal (no echo for a password); reads a line of stdin when it is no terminal.
-QString prompt(const QString& question, bool secret);
+// False when there is nothing to read (stdin at its end or closed).
+bool prompt(const QString& question, bool secret, QString* answer);
 
 } // namespace vdiclient

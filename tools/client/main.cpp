@@ -613,7 +613,9 @@ const char kLoginHelp[] =
     "Logging in: as --user, with --password (else VDI_PASSWORD, else asked on the terminal\n"
     "without echo). Behind an access gateway the gateway's user and password come from\n"
     "--gateway-user and --gateway-password (else VDI_GATEWAY_PASSWORD, else asked); the library\n"
-    "keeps the gateway's token in ~/Documents/gateway/gatewaySettings.ini for the next runs.\n";
+    "keeps the gateway's token in ~/Documents/gateway/gatewaySettings.ini for the next runs.\n"
+    "Where there is no terminal the answers are read from stdin; nothing to read there is a bad\n"
+    "command line.\n";
 
 const char kExitCodes[] =
     "Exit codes: 0 done; 1 bad command line; 2 the server cannot be reached (or no TLS\n"
