@@ -54,6 +54,7 @@ struct Deployment {
         env.insert(QStringLiteral("HOME"), home.path());
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path());
         env.remove(QStringLiteral("VDI_PASSWORD"));
+        env.remove(QStringLiteral("GRPC_VERBOSITY"));
         QProcess process;
         process.setProcessEnvironment(env);
         process.start(QStringLiteral(VDI_CLIENT), QStringList{"--port", QString::number(server->port()), "--pem",
@@ -170,8 +171,8 @@ void TestClient::operationsAndConnectionData()
 
 void TestClient::answers_data()
 {
-    QTest::addColumn<QString>("line");     // @BINARY@, @NOSUBJECT@: a pem that is no certificate, one
-                                           // without a subject
+    QTest::addColumn<QString>("line");     // @BINARY@, @OTHER@, @NOSUBJECT@: a pem that is no certificate,
+                                           // another server's, one without a subject
     QTest::addColumn<int>("heartbeat");    // the status the server ends the heartbeat with
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("codes");    // of the JSON error: "grpcStatus N", "serverCode N" or none
@@ -183,26 +184,37 @@ void TestClient::answers_data()
     };
     const QString user = "--json " + kDemoUser;
     const char* apply = "Usage: vdi-client [options] apply POOL\n|never printed|VDI_PASSWORD|Exit codes: 0 done";
+    const QString unreached = QStringLiteral("server type: the server cannot be reached (gRPC status 14");
     row("help", "--help", 0,
         "Usage: |Exit codes: 0 done|help-report TYPE DESCRIPTION|(default 127.0.0.1)|(default 443)|(default 35)",
         "never printed");
     row("help apply", "help apply", 0, apply, "TLS name");
     row("apply --help", "apply --help", 0, apply, "TLS name");
     row("desktops as a table", kDemoUser + "desktops", 0, "|Desktops (6):|office-demo-user-2", "password");
+    row("applications, no trace", kDemoUser + "apps", 0, "Applications (7):|Word|Payroll", "TRACE");
     row("help discover, no login", "help discover", 0, "Usage: vdi-client [options] discover|TLS name", "VDI_PASSWORD");
     row("refused login", "--json --user demo-user --password wrong login", 3,
         "login as \"demo-user\": refused by the server, code 1: 用户名或密码错误 / wrong user name or password", {},
         "serverCode 1");
+    row("refused login in English", "--english --user demo-user --password wrong login", 3,
+        "login as \"demo-user\": refused by the server, code 1: wrong user name or password", "用户名");
     row("pool without snapshots", user + "snapshot office-demo-user-2 create s1", 3,
         "snapshot create of \"office-demo-user-2\": refused by the server", {}, "serverCode 13");
-    row("nobody listens", QStringLiteral("--json --port %1 discover").arg(vditest::unusedPort()), 2,
-        "server type: the server cannot be reached (code 14", {}, "grpcStatus 14");
+    row("nobody listens", QStringLiteral("--json --english --port %1 discover").arg(vditest::unusedPort()), 2,
+        unreached, "服务器", "grpcStatus 14");
+    row("another server's certificate: gRPC silent", "--pem @OTHER@ discover", 2, unreached, "Handshake failed");
+    row("another server's certificate, verbose", "--verbose --pem @OTHER@ discover", 2, unreached + "|Handshake failed");
     row("no certificate file", "--json --pem /nonexistent.pem discover", 1, "cannot read --pem \"/nonexistent.pem\"");
     row("no certificate in the pem", "--json --pem @BINARY@ discover", 2, "no TLS channel: |holds no PEM certificate");
     row("no subject in the certificate", "--pem @NOSUBJECT@ discover", 2, "no TLS channel: |no certificate with a subject");
-    row("server error", user + "heartbeat", 4, "heartbeat: the call failed with gRPC status 13 (failed)", {},
-        "grpcStatus 13", int(grpc::StatusCode::INTERNAL));
-    row("deadline", user + "heartbeat", 5, "heartbeat: the server did not answer in time (code 4)", {}, "grpcStatus 4",
+    row("server error", user + "heartbeat", 4,
+        "heartbeat: an internal error of the server (gRPC status 13: failed) / 内部错误", {}, "grpcStatus 13",
+        int(grpc::StatusCode::INTERNAL));
+    row("server error in English", "--english " + kDemoUser + "heartbeat", 4,
+        "heartbeat: an internal error of the server (gRPC status 13: failed)", "内部", {}, int(grpc::StatusCode::INTERNAL));
+    row("not authenticated", "--english " + kDemoUser + "heartbeat", 4,
+        "heartbeat: not authenticated (gRPC status 16: failed)", {}, {}, int(grpc::StatusCode::UNAUTHENTICATED));
+    row("deadline", user + "heartbeat", 5, "heartbeat: no answer in time (gRPC status 4: failed)", {}, "grpcStatus 4",
         int(grpc::StatusCode::DEADLINE_EXCEEDED));
     row("no such desktop", user + "operate nowhere start", 1, "no desktop \"nowhere\" among the user's desktops");
     row("no such action", user + "operate office-demo-user-2 explode", 1, "operate wants a desktop and one of state, start");
@@ -228,12 +240,14 @@ void TestClient::answers()
     QFETCH(QString, shown);
     QFETCH(QString, absent);
     const Deployment deployment("controller");
-    QVERIFY(deployment.server);
+    const Deployment other("controller");
+    QVERIFY(deployment.server && other.server);
     const QTemporaryDir dir;
     const vdifake::CertificateFiles noSubject =
         vdifake::makeSelfSignedCertificate(dir.path(), QString(), QStringLiteral("nosubject.test"), QStringLiteral("s"));
     QVERIFY(noSubject.isValid());
     line.replace(QLatin1String("@BINARY@"), QStringLiteral(VDI_CLIENT))
+        .replace(QLatin1String("@OTHER@"), other.server->pemPath())
         .replace(QLatin1String("@NOSUBJECT@"), noSubject.certPath);
     deployment.server->withServer([heartbeat](vdifake::FakeServer& server) {
         if (heartbeat)
@@ -286,7 +300,10 @@ void TestClient::gatewayRoad()
     QCOMPARE(prompted.column("pools", "name").size(), 3);
     QCOMPARE(prompted.column("desktops", "name").size(), 6);
 
-    QCOMPARE(deployment.client(kDemoUser + "--json login", "gw-user\nwrong\n").exitCode, 3);
+    // Refused: the library's critical line tells why, without --verbose.
+    const Run refused = deployment.client(kDemoUser + "--json login", "gw-user\nwrong\n");
+    QCOMPARE(refused.exitCode, 3);
+    QVERIFY2(refused.err.contains("\nvdi-client: [ loginGateway ] token empty, login gateway error"), refused.err.constData());
     QCOMPARE(deployment.server->calls("/gateway.GatewayCore/LoginGateway").size(), size_t(3));
 
     // Nothing to read: the option to give, and no gateway login tried.

@@ -14,13 +14,36 @@ namespace {
 
 bool g_verbose = false;
 
-void logHandler(QtMsgType, const QMessageLogContext&, const QString& message)
+void logHandler(QtMsgType type, const QMessageLogContext&, const QString& message)
 {
-    if (g_verbose) {
-        const QByteArray line = message.toLocal8Bit() + '\n';
-        std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
-    }
+    // A call's trace line comes at the critical level too, though it tells of no failure.
+    const bool critical = (type == QtCriticalMsg && !message.endsWith(QLatin1String(" TRACE"))) || type == QtFatalMsg;
+    if (!critical && !g_verbose)
+        return;
+    const QByteArray line = ((critical ? QStringLiteral("vdi-client: ") : QString()) + message).toLocal8Bit() + '\n';
+    std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
 }
+
+// English words for the gRPC status codes, where the library gives a Chinese text alone.
+const char* const kStatusWords[] = {
+    nullptr,
+    "the call was cancelled",                   //  1 CANCELLED
+    "an unknown error",                         //  2 UNKNOWN
+    "the server found the request invalid",     //  3 INVALID_ARGUMENT
+    "no answer in time",                        //  4 DEADLINE_EXCEEDED
+    "no channel to the server, or not found",   //  5 NOT_FOUND
+    "it exists already",                        //  6 ALREADY_EXISTS
+    "permission denied",                        //  7 PERMISSION_DENIED
+    "the server is out of resources",           //  8 RESOURCE_EXHAUSTED
+    "the server is not in a state to do this",  //  9 FAILED_PRECONDITION
+    "the call was aborted",                     // 10 ABORTED
+    "out of range",                             // 11 OUT_OF_RANGE
+    "the server does not offer this call",      // 12 UNIMPLEMENTED
+    "an internal error of the server",          // 13 INTERNAL
+    "the server cannot be reached",             // 14 UNAVAILABLE
+    "data lost or damaged",                     // 15 DATA_LOSS
+    "not authenticated",                        // 16 UNAUTHENTICATED
+};
 
 // A failed call carries the gRPC status code and the library's fixed Chinese text for it; a
 // server's refusal carries its own code and texts.
@@ -59,29 +82,28 @@ int Outcome::exitCode() const
     return ExitRefused;
 }
 
-QString Outcome::describe() const
+QString Outcome::describe(bool english) const
 {
-    switch (exitCode()) {
-    case ExitOk:
+    const int code = exitCode();
+    if (code == ExitOk)
         return QStringLiteral("ok");
-    case ExitUsage:
+    if (code == ExitUsage)
         return usage;
-    case ExitTimeout:
-        return answered ? QStringLiteral("the server did not answer in time (code 4)")
-                        : QStringLiteral("no answer within the time limit");
-    case ExitConnection:
-        return error.errorCode == 14
-            ? QStringLiteral("the server cannot be reached (code 14: %1)").arg(error.errorMsgEn)
-            : QStringLiteral("no connection to the server (check the pem file; --verbose shows why)");
-    case ExitServerError:
-        return QStringLiteral("the call failed with gRPC status %1 (%2)").arg(error.errorCode).arg(error.errorMsgEn);
-    default: {
-        QString text = error.errorMsgEn.isEmpty() ? error.errorMsgZh : error.errorMsgEn;
-        if (!error.errorMsgEn.isEmpty() && !error.errorMsgZh.isEmpty())
-            text = QStringLiteral("%1 / %2").arg(error.errorMsgZh, error.errorMsgEn);
-        return QStringLiteral("refused by the server, code %1: %2").arg(error.errorCode).arg(text);
+    if (!answered)
+        return QStringLiteral("no answer within the time limit");
+    if (isCallFailure(error)) {
+        QString text = QStringLiteral("%1 (gRPC status %2").arg(QLatin1String(kStatusWords[error.errorCode])).arg(error.errorCode);
+        if (!error.errorMsgEn.isEmpty())
+            text += QStringLiteral(": ") + error.errorMsgEn;
+        text += QLatin1Char(')');
+        return english ? text : QStringLiteral("%1 / %2").arg(text, error.errorMsgZh);
     }
-    }
+    if (code == ExitConnection)
+        return QStringLiteral("no connection to the server (check the pem file; --verbose shows why)");
+    QString text = error.errorMsgEn.isEmpty() ? error.errorMsgZh : error.errorMsgEn;
+    if (!english && !error.errorMsgEn.isEmpty() && !error.errorMsgZh.isEmpty())
+        text = QStringLiteral("%1 / %2").arg(error.errorMsgZh, error.errorMsgEn);
+    return QStringLiteral("refused by the server, code %1: %2").arg(error.errorCode).arg(text);
 }
 
 QJsonObject Outcome::codes() const
@@ -218,6 +240,8 @@ Outcome Session::login(LoginReply* reply)
 void installLogHandler(bool verbose)
 {
     g_verbose = verbose;
+    if (!verbose)
+        qputenv("GRPC_VERBOSITY", "NONE");
     qInstallMessageHandler(logHandler);
 }
 

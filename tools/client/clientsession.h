@@ -53,7 +53,8 @@ struct Outcome {
     QString usage;  // non-empty: a command-line error (exit code 1), this text
 
     int exitCode() const;
-    QString describe() const;  // one line for people
+    // One line for people; with `english` no text of the library's Chinese table.
+    QString describe(bool english) const;
     // The codes behind the failure for the JSON error: grpcStatus or serverCode.
     QJsonObject codes() const;
 };
@@ -106,7 +107,9 @@ private:
     QEventLoop* m_waiting = nullptr;  // the loop of await(), while it runs
 };
 
-// The library's log goes to stderr with --verbose and nowhere without.
+// The library's critical lines go to stderr always, prefixed "vdi-client: "; the rest of its
+// log only with --verbose. Without --verbose gRPC's own log is switched off too: call this
+// before the first channel is made, when gRPC reads GRPC_VERBOSITY.
 void installLogHandler(bool verbose);
 
 // Asks on the terminal (no echo for a password); reads a line of stdin when it is no terminal.

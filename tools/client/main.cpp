@@ -25,9 +25,10 @@ namespace {
 
 using Row = Report::Row;
 
-int failed(Report& report, const Outcome& outcome, const QString& what)
+int failed(const Session& session, Report& report, const Outcome& outcome, const QString& what)
 {
-    report.failure(outcome.exitCode(), QStringLiteral("%1: %2").arg(what, outcome.describe()), outcome.codes());
+    report.failure(outcome.exitCode(), QStringLiteral("%1: %2").arg(what, outcome.describe(session.options().english)),
+                   outcome.codes());
     return outcome.exitCode();
 }
 
@@ -77,7 +78,7 @@ int logIn(Session& session, Report& report, LoginReply* login)
         return usage(report, QStringLiteral("this command logs in: give --user (and --password or VDI_PASSWORD)"));
     const Outcome outcome = session.login(login);
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("login as \"%1\"").arg(session.options().user));
+        return failed(session, report, outcome, QStringLiteral("login as \"%1\"").arg(session.options().user));
     return ExitOk;
 }
 
@@ -112,7 +113,7 @@ int discover(Session& session, const QStringList&, Report& report)
 {
     Outcome outcome;
     if (!session.connectToServer(&outcome))
-        return failed(report, outcome, QStringLiteral("server type"));
+        return failed(session, report, outcome, QStringLiteral("server type"));
     VdiDesktopGrpcThread& facade = session.facade();
     const QJsonObject identity = session.discovery();
     for (auto it = identity.begin(); it != identity.end(); ++it)
@@ -127,7 +128,7 @@ int discover(Session& session, const QStringList&, Report& report)
                                     {"vdpPort", number(g.vdpPort)}, {"rdpPort", number(g.rdpPort)}});
         });
         if (outcome.exitCode() != ExitOk)
-            return failed(report, outcome, QStringLiteral("gateways"));
+            return failed(session, report, outcome, QStringLiteral("gateways"));
         report.table(QStringLiteral("gateways"), QStringLiteral("Access gateways"), gateways);
     }
 
@@ -135,7 +136,7 @@ int discover(Session& session, const QStringList&, Report& report)
     outcome = answer(session, &VdiDesktopGrpcThread::queryControllerTypeResultForGrpcThread,
                      [&](const QueryControllerTypeResp& reply) { report.field(QStringLiteral("serverName"), reply.name); });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("server name"));
+        return failed(session, report, outcome, QStringLiteral("server name"));
 
     std::vector<Row> nodes;
     facade.queryControllerListForGrpcThread(session.options().server);
@@ -146,7 +147,7 @@ int discover(Session& session, const QStringList&, Report& report)
                                               {"gateway", n.gateway}});
                      });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("nodes"));
+        return failed(session, report, outcome, QStringLiteral("nodes"));
     report.table(QStringLiteral("nodes"), QStringLiteral("Nodes"), nodes);
     return ExitOk;
 }
@@ -214,7 +215,7 @@ int apply(Session& session, const QStringList& args, Report& report)
         outcome.ok = false;  // still preparing after the last attempt
     }
     if (outcome.exitCode() != ExitOk || (assigned.error.errorCode != 0 && assigned.error.errorCode != -1))
-        return failed(report, outcome, QStringLiteral("desktop of the pool \"%1\"").arg(pool->name));
+        return failed(session, report, outcome, QStringLiteral("desktop of the pool \"%1\"").arg(pool->name));
 
     const tagVMInfo& vm = assigned.vmInfo;
     OperateForVMReply connection;
@@ -223,7 +224,7 @@ int apply(Session& session, const QStringList& args, Report& report)
     outcome = answer(session, &VdiDesktopGrpcThread::applyForVMOfQueryResult,
                      [&](const OperateForVMReply& r) { connection = r; });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("connection data of \"%1\"").arg(vm.vmName));
+        return failed(session, report, outcome, QStringLiteral("connection data of \"%1\"").arg(vm.vmName));
     report.field(QStringLiteral("desktop"), vm.vmName);
     report.field(QStringLiteral("uuid"), vm.vmUuid);
     report.field(QStringLiteral("state"), connection.vmInfo.vmStatus);
@@ -258,7 +259,7 @@ int operate(Session& session, const QStringList& args, Report& report)
     if (outcome.ok && reply.error.errorCode > 0)
         outcome.ok = false;
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("%1 \"%2\"").arg(action->first, found.vm->vmName));
+        return failed(session, report, outcome, QStringLiteral("%1 \"%2\"").arg(action->first, found.vm->vmName));
     report.field(QStringLiteral("desktop"), found.vm->vmName);
     report.field(QStringLiteral("state"), reply.vmInfo.vmStatus);
     report.field(QStringLiteral("host"), reply.hostIp);
@@ -283,7 +284,7 @@ int snapshot(Session& session, const QStringList& args, Report& report)
                               VdiGrpc::tagSnapshotType(action->second), name, name);
     const Outcome outcome = answer(session, &VdiDesktopGrpcThread::snapshotResult, [&](const SnapshotReply& r) { reply = r; });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("snapshot %1 of \"%2\"").arg(action->first, found.vm->vmName));
+        return failed(session, report, outcome, QStringLiteral("snapshot %1 of \"%2\"").arg(action->first, found.vm->vmName));
     std::vector<Row> snapshots;
     for (const tagSnapshotInfo& s : reply.snapshotList)
         snapshots.push_back({{"name", s.name}, {"description", s.description}});
@@ -302,7 +303,7 @@ int rename(Session& session, const QStringList& args, Report& report)
     session.facade().modifyVMName(found.node(), QString::number(found.vm->vmId), found.vm->vmUuid, args[1], 0, false);
     const Outcome outcome = answer(session, &VdiDesktopGrpcThread::modifyVMNameResult, [](const ModifyVMNameReply&) {});
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("rename \"%1\"").arg(found.vm->vmName));
+        return failed(session, report, outcome, QStringLiteral("rename \"%1\"").arg(found.vm->vmName));
     report.field(QStringLiteral("desktop"), args[1]);
     return ExitOk;
 }
@@ -318,7 +319,7 @@ int heartbeat(Session& session, const QStringList&, Report& report)
     if (outcome.ok && outcome.error.errorCode > 0)
         outcome.ok = false;
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("heartbeat"));
+        return failed(session, report, outcome, QStringLiteral("heartbeat"));
     report.field(QStringLiteral("heartbeat"), QStringLiteral("answered"));
     return ExitOk;
 }
@@ -335,12 +336,12 @@ int apps(Session& session, const QStringList& args, Report& report)
     Outcome outcome = answer(session, &VdiDesktopGrpcThread::signalGrpcThreadGetRemoteAppListResult,
                              [&](const RemoteAppListResp& r) { remote = r.appList; });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("remote applications"));
+        return failed(session, report, outcome, QStringLiteral("remote applications"));
     facade.grpcThreadGetSaasAppList();
     outcome = answer(session, &VdiDesktopGrpcThread::signalGrpcThreadGetSaasAppListResult,
                      [&](const SaasAppListResp& r) { saas = r.appList; });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("SaaS applications"));
+        return failed(session, report, outcome, QStringLiteral("SaaS applications"));
 
     if (args.isEmpty()) {
         std::vector<Row> rows;
@@ -360,7 +361,7 @@ int apps(Session& session, const QStringList& args, Report& report)
         outcome = answer(session, &VdiDesktopGrpcThread::signalGrpcThreadApplyRemoteAppResult,
                          [&](const RemoteAppApplyResp& r) { opened = r; });
         if (outcome.exitCode() != ExitOk)
-            return failed(report, outcome, QStringLiteral("remote application \"%1\"").arg(a.displayName));
+            return failed(session, report, outcome, QStringLiteral("remote application \"%1\"").arg(a.displayName));
         report.field(QStringLiteral("application"), opened.displayName);
         report.field(QStringLiteral("address"), opened.fullAddress);
         report.field(QStringLiteral("watermark"), opened.controlPolicy.watermarkEnable != 0);
@@ -372,7 +373,7 @@ int apps(Session& session, const QStringList& args, Report& report)
         facade.grpcThreadQuerySaasApp(a);
         outcome = answer(session, &VdiDesktopGrpcThread::signalGrpcThreadSaasAppResult, [](const SaasAppResp&) {});
         if (outcome.exitCode() != ExitOk)
-            return failed(report, outcome, QStringLiteral("SaaS application \"%1\"").arg(a.appName));
+            return failed(session, report, outcome, QStringLiteral("SaaS application \"%1\"").arg(a.appName));
         report.field(QStringLiteral("application"), a.appName);
         report.field(QStringLiteral("address"), a.appAddress);
         report.field(QStringLiteral("permitted"), true);
@@ -396,7 +397,7 @@ int shareTerminals(Session& session, const QStringList&, Report& report)
                                            rows.push_back({{"device", t.deviceId}, {"name", t.terminalShareName}});
                                    });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("share terminals"));
+        return failed(session, report, outcome, QStringLiteral("share terminals"));
     report.table(QStringLiteral("shareTerminals"), QStringLiteral("Share terminals"), rows);
     return ExitOk;
 }
@@ -407,7 +408,7 @@ int options(Session& session, const QStringList&, Report& report)
 {
     Outcome outcome;
     if (!session.connectToServer(&outcome))
-        return failed(report, outcome, QStringLiteral("server type"));
+        return failed(session, report, outcome, QStringLiteral("server type"));
     if (session.gatewayDeployment()) {
         LoginReply login;
         if (const int code = logIn(session, report, &login))
@@ -422,7 +423,7 @@ int options(Session& session, const QStringList&, Report& report)
         report.field(QStringLiteral("loginTimeout"), r.timeout);
     });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("login options"));
+        return failed(session, report, outcome, QStringLiteral("login options"));
     facade.queryIndividualConfigForVdidesktopGrpcThread();
     outcome = answer(session, &VdiDesktopGrpcThread::queryIndividualConfigInfoResultForGrpcThread,
                      [&](const IndividualConfigResp& r) {
@@ -431,7 +432,7 @@ int options(Session& session, const QStringList&, Report& report)
                          report.field(QStringLiteral("logo"), r.logoImgUrl);
                      });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("branding"));
+        return failed(session, report, outcome, QStringLiteral("branding"));
     return ExitOk;
 }
 
@@ -445,7 +446,7 @@ int password(Session& session, const QStringList& args, Report& report)
     session.facade().modifyPassword(session.options().user, session.options().password, args[0]);
     const Outcome outcome = answer(session, &VdiDesktopGrpcThread::modifyPasswordResult, [](const ModifyPasswordReply&) {});
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("password change"));
+        return failed(session, report, outcome, QStringLiteral("password change"));
     report.field(QStringLiteral("password"), QStringLiteral("changed"));
     return ExitOk;
 }
@@ -466,7 +467,7 @@ int upgrade(Session& session, const QStringList&, Report& report)
         report.field(QStringLiteral("url"), r.url);
     });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("upgrade check"));
+        return failed(session, report, outcome, QStringLiteral("upgrade check"));
     return ExitOk;
 }
 
@@ -482,7 +483,7 @@ int registerDevice(Session& session, const QStringList&, Report& report)
         report.field(QStringLiteral("registerId"), r.registerId);
     });
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("registration"));
+        return failed(session, report, outcome, QStringLiteral("registration"));
     return ExitOk;
 }
 
@@ -495,7 +496,7 @@ int helpReport(Session& session, const QStringList& args, Report& report)
                                             "screenshots, where they are"));
     Outcome outcome;
     if (!session.connectToServer(&outcome))
-        return failed(report, outcome, QStringLiteral("server type"));
+        return failed(session, report, outcome, QStringLiteral("server type"));
     VdiDesktopGrpcThread& facade = session.facade();
     QElapsedTimer elapsed;
     elapsed.start();
@@ -514,7 +515,7 @@ int helpReport(Session& session, const QStringList& args, Report& report)
     if (ticker.isActive())
         std::fputc('\n', stderr);
     if (outcome.exitCode() != ExitOk)
-        return failed(report, outcome, QStringLiteral("help report"));
+        return failed(session, report, outcome, QStringLiteral("help report"));
     report.field(QStringLiteral("taskId"), reply.taskId);
     report.field(QStringLiteral("seconds"), elapsed.elapsed() / 1000);
     return ExitOk;
@@ -635,9 +636,9 @@ QString helpText()
         "\nEvery command is one session: those that need a user discover the server and log in first,\n"
         "through the access gateway when the server says there is one (its user and password from\n"
         "--gateway-user and --gateway-password, else asked on the terminal).\n\n"
-        "Results go to stdout; errors and questions to stderr. With --json stdout holds one JSON\n"
-        "document, an error too: {\"error\": {\"message\", \"exitCode\", and \"grpcStatus\" or\n"
-        "\"serverCode\" when there is one}}.\n\n");
+        "Results go to stdout; errors, questions and the library's critical lines to stderr. With\n"
+        "--json stdout holds one JSON document, an error too: {\"error\": {\"message\", \"exitCode\",\n"
+        "and \"grpcStatus\" or \"serverCode\" when there is one}}.\n\n");
     return text + QLatin1String(kExitCodes);
 }
 
@@ -717,7 +718,8 @@ int main(int argc, char* argv[])
                                   QStringLiteral("DOMAIN"));
     const QCommandLineOption json(QStringLiteral("json"),
                                   QStringLiteral("Print one JSON document on stdout, an error in it too (as \"error\")."));
-    const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Show the library's log on stderr."));
+    const QCommandLineOption verbose(QStringLiteral("verbose"),
+                                     QStringLiteral("The library's whole log, and gRPC's, on stderr."));
     parser.addOptions({server, port, pem, english, timeout, user, password, gatewayUser, gatewayPassword, sms, ticket, ldap,
                        json, verbose});
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("One of the commands above."));
