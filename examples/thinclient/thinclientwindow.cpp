@@ -1,5 +1,6 @@
 #include "thinclientwindow.h"
 
+#include <QCommandLineParser>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFormLayout>
@@ -8,6 +9,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QDateTime>
+#include <QFileDialog>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTimer>
@@ -66,6 +68,10 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     , m_helpTicker(new QTimer(this))
 {
     setWindowTitle(tr("Thin client"));
+    choosePemFile = [this] {
+        return QFileDialog::getOpenFileName(this, tr("Certificate of the server"), QString(),
+                                            tr("Certificates (*.pem *.crt);;All files (*)"));
+    };
     m_password->setEchoMode(QLineEdit::Password);
     m_desktops->setObjectName(QStringLiteral("desktops"));
     m_desktops->setHeaderLabels({tr("Pool / desktop"), tr("State"), tr("Address")});
@@ -79,7 +85,11 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     auto* server = new QFormLayout;
     server->addRow(tr("Server"), m_server);
     server->addRow(tr("Port"), m_port);
-    server->addRow(tr("Certificate (PEM)"), m_pem);
+    QPushButton* browse = button(QStringLiteral("browsePem"), tr("Browse…"));
+    auto* pem = new QHBoxLayout;
+    pem->addWidget(m_pem);
+    pem->addWidget(browse);
+    server->addRow(tr("Certificate (PEM)"), pem);
     server->addRow(tr("User"), m_user);
     server->addRow(tr("Password"), m_password);
     auto* actions = new QHBoxLayout;
@@ -111,7 +121,14 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     setCentralWidget(central);
     resize(720, 560);
 
+    connect(browse, &QPushButton::clicked, this, [this] {
+        const QString file = choosePemFile();
+        if (!file.isEmpty())
+            m_pem->setText(file);
+    });
     connect(m_login, &QPushButton::clicked, this, &ThinClientWindow::logIn);
+    // Enter in the password field: as the button, which does nothing while disabled.
+    connect(m_password, &QLineEdit::returnPressed, m_login, &QPushButton::click);
     connect(m_apply, &QPushButton::clicked, this, &ThinClientWindow::apply);
     connect(start, &QPushButton::clicked, this, [this] { operate(StartDesktop); });
     connect(shutDown, &QPushButton::clicked, this, [this] { operate(ShutDownDesktop); });
@@ -142,6 +159,22 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
 ThinClientWindow::~ThinClientWindow()
 {
     m_grpc.stop();
+}
+
+QList<QCommandLineOption> ThinClientWindow::commandLineOptions()
+{
+    return {{QStringLiteral("server"), tr("The controller or access gateway (default 127.0.0.1)."), tr("host")},
+            {QStringLiteral("port"), tr("Its port."), tr("port")},
+            {QStringLiteral("pem"), tr("The certificate to trust it by (PEM)."), tr("file")},
+            {QStringLiteral("user"), tr("The user who logs in."), tr("name")}};
+}
+
+void ThinClientWindow::fillFrom(const QCommandLineParser& parser)
+{
+    // The fields are named as the options.
+    for (QLineEdit* edit : {m_server, m_port, m_pem, m_user})
+        if (parser.isSet(edit->objectName()))
+            edit->setText(parser.value(edit->objectName()));
 }
 
 void ThinClientWindow::logIn()

@@ -6,8 +6,12 @@
 
 #include "vdidesktopgrpcthread.h"
 
+#include <QCommandLineOption>
 #include <QMainWindow>
 
+#include <functional>
+
+class QCommandLineParser;
 class QLabel;
 class QProgressBar;
 class QTimer;
@@ -22,6 +26,14 @@ class ThinClientWindow : public QMainWindow
 public:
     explicit ThinClientWindow(QWidget* parent = nullptr);
     ~ThinClientWindow() override;
+
+    // --server, --port, --pem and --user: each fills the field of its name.
+    static QList<QCommandLineOption> commandLineOptions();
+    void fillFrom(const QCommandLineParser& parser);
+
+    // Asks for the server's certificate file; empty when cancelled. A file dialog unless replaced
+    // (a test answers here without a dialog).
+    std::function<QString()> choosePemFile;
 
 private:
     // The road: local identity, channels, server type, login.
