@@ -144,12 +144,8 @@ void TestDiscovery::deviceConfigStep()
     server->queueScript(kDeviceConfig, vdifake::Script{grpc::StatusCode::OK, {}, refusal.SerializeAsString(), 0});
     server->setReply(kDeviceConfig, client::DeviceConfigInfoResp());
 
-    worker.queryDeviceConfigInfo(tagDeviceConfigInfoReq());
-    QCOMPARE(probe.deviceConfigRetryDelay(), 2);
-    worker.queryDeviceConfigInfo(tagDeviceConfigInfoReq());
-    QCOMPARE(probe.deviceConfigRetryDelay(), 2);
-    worker.queryDeviceConfigInfo(tagDeviceConfigInfoReq());
-    worker.queryDeviceConfigInfo(tagDeviceConfigInfoReq());
+    for (int i = 0; i < 4; ++i)
+        worker.queryDeviceConfigInfo(tagDeviceConfigInfoReq());
     QCOMPARE(probe.serverTypeRetryDelay(), 1);
     const QList<double> expected{0.2, 0.4, 0.4, 0.2};
     QCOMPARE(deadlinesSeen(server, kDeviceConfig), expected);
