@@ -18,8 +18,9 @@
 #include <QVBoxLayout>
 
 namespace {
-// What a desktop item of the tree keeps besides its columns.
-enum Role { VmIdRole = Qt::UserRole, UuidRole, PoolIdRole, PoolNameRole };
+// What the items of the tree keep besides their columns: a pool (top level) its id, a desktop
+// (in its pool) its id and UUID.
+enum Role { PoolIdRole = Qt::UserRole, VmIdRole, UuidRole };
 enum Column { NameColumn, StateColumn, AddressColumn };
 // The controller's OperateForVm actions that the window offers.
 enum Operation { QueryDesktop = 0, StartDesktop = 1, ShutDownDesktop = 2, RebootDesktop = 3 };
@@ -56,8 +57,12 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     , m_user(field(QStringLiteral("user")))
     , m_password(field(QStringLiteral("password")))
     , m_login(button(QStringLiteral("login"), tr("Log in")))
+    , m_logout(button(QStringLiteral("logout"), tr("Log out")))
     , m_desktops(new QTreeWidget)
     , m_apply(button(QStringLiteral("apply"), tr("Apply")))
+    , m_start(button(QStringLiteral("start"), tr("Start")))
+    , m_shutDown(button(QStringLiteral("shutdown"), tr("Shut down")))
+    , m_reboot(button(QStringLiteral("reboot"), tr("Reboot")))
     , m_connection(new QLabel)
     , m_error(new QLabel)
     , m_heartbeat(new QLabel(tr("Heartbeat: not started")))
@@ -79,6 +84,7 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     m_connection->setObjectName(QStringLiteral("connection"));
     m_error->setObjectName(QStringLiteral("error"));
     m_error->setStyleSheet(QStringLiteral("color: #b00020"));
+    m_error->setWordWrap(true);  // a long text takes lines, not the screen's width
     m_heartbeat->setObjectName(QStringLiteral("heartbeat"));
     statusBar()->addPermanentWidget(m_heartbeat);
 
@@ -92,15 +98,15 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     server->addRow(tr("Certificate (PEM)"), pem);
     server->addRow(tr("User"), m_user);
     server->addRow(tr("Password"), m_password);
+    auto* session = new QHBoxLayout;
+    session->addWidget(m_login);
+    session->addWidget(m_logout);
     auto* actions = new QHBoxLayout;
-    QPushButton* start = button(QStringLiteral("start"), tr("Start"));
-    QPushButton* shutDown = button(QStringLiteral("shutdown"), tr("Shut down"));
-    QPushButton* reboot = button(QStringLiteral("reboot"), tr("Reboot"));
-    for (QPushButton* b : {m_apply, start, shutDown, reboot})
+    for (QPushButton* b : {m_apply, m_start, m_shutDown, m_reboot})
         actions->addWidget(b);
     auto* layout = new QVBoxLayout;
     layout->addLayout(server);
-    layout->addWidget(m_login);
+    layout->addLayout(session);
     layout->addWidget(m_error);
     layout->addWidget(m_desktops);
     layout->addLayout(actions);
@@ -129,10 +135,14 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     connect(m_login, &QPushButton::clicked, this, &ThinClientWindow::logIn);
     // Enter in the password field: as the button, which does nothing while disabled.
     connect(m_password, &QLineEdit::returnPressed, m_login, &QPushButton::click);
+    connect(m_logout, &QPushButton::clicked, this, &ThinClientWindow::logOut);
     connect(m_apply, &QPushButton::clicked, this, &ThinClientWindow::apply);
-    connect(start, &QPushButton::clicked, this, [this] { operate(StartDesktop); });
-    connect(shutDown, &QPushButton::clicked, this, [this] { operate(ShutDownDesktop); });
-    connect(reboot, &QPushButton::clicked, this, [this] { operate(RebootDesktop); });
+    connect(m_start, &QPushButton::clicked, this, [this] { operate(StartDesktop); });
+    connect(m_shutDown, &QPushButton::clicked, this, [this] { operate(ShutDownDesktop); });
+    connect(m_reboot, &QPushButton::clicked, this, [this] { operate(RebootDesktop); });
+    for (QLineEdit* edit : {m_server, m_port, m_pem, m_user})
+        connect(edit, &QLineEdit::textChanged, this, &ThinClientWindow::updateButtons);
+    connect(m_desktops, &QTreeWidget::currentItemChanged, this, &ThinClientWindow::updateButtons);
     connect(m_help, &QPushButton::clicked, this, &ThinClientWindow::askForHelp);
     connect(m_helpTicker, &QTimer::timeout, this, [this] {
         m_helpState->setText(tr("Sending the help report... %1 s")
@@ -154,6 +164,7 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     identity.deviceName = QStringLiteral("thinclient-example");
     identity.clientType = QStringLiteral("1");
     m_grpc.initBaseInfoParameter(identity);
+    updateButtons();
 }
 
 ThinClientWindow::~ThinClientWindow()
@@ -177,10 +188,24 @@ void ThinClientWindow::fillFrom(const QCommandLineParser& parser)
             edit->setText(parser.value(edit->objectName()));
 }
 
+void ThinClientWindow::updateButtons()
+{
+    const bool loggedIn = m_session == Session::LoggedIn;
+    const bool filled = !m_server->text().trimmed().isEmpty() && m_port->text().toUShort() > 0
+                        && !m_pem->text().isEmpty() && !m_user->text().trimmed().isEmpty();
+    m_login->setEnabled(m_session == Session::LoggedOut && filled);
+    m_logout->setEnabled(loggedIn);
+    m_apply->setEnabled(selectedPool() != nullptr);
+    for (QPushButton* b : {m_start, m_shutDown, m_reboot})
+        b->setEnabled(selectedDesktop() != nullptr);
+    m_help->setEnabled(loggedIn && !m_helpTicker->isActive());
+}
+
 void ThinClientWindow::logIn()
 {
     m_error->clear();
-    m_login->setEnabled(false);
+    m_session = Session::LoggingIn;
+    updateButtons();
     statusBar()->showMessage(tr("Connecting..."));
     m_grpc.initDeviceInfo(m_server->text(), quint16(m_port->text().toUInt()));
 }
@@ -197,6 +222,7 @@ void ThinClientWindow::onDeviceInfo(const QString& ip, const QString& mac, bool 
 void ThinClientWindow::onServerType(const ServerTypeInfoResp& reply, bool ok)
 {
     if (!ok) {
+        m_session = Session::LoggedOut;
         showError(tr("The server cannot be reached"), reply.error);
         return;
     }
@@ -233,27 +259,47 @@ void ThinClientWindow::askForGatewayCredentials()
 
 void ThinClientWindow::onLogin(const LoginReply& reply, bool ok)
 {
-    m_login->setEnabled(true);
     if (!ok) {
+        m_session = Session::LoggedOut;
         showError(tr("Login refused"), reply.error);
         return;
     }
+    m_session = Session::LoggedIn;
     statusBar()->showMessage(tr("Logged in as %1").arg(reply.name));
-    m_desktops->clear();
     for (const tagPoolInfo& pool : reply.poolList) {
         auto* poolItem = new QTreeWidgetItem(m_desktops, {pool.name});
+        poolItem->setData(NameColumn, PoolIdRole, pool.id);
         for (const tagVM& vm : pool.vmList) {
             auto* item = new QTreeWidgetItem(poolItem, {vm.vmName, vm.vmStatus, firstAddress(vm)});
             item->setData(NameColumn, VmIdRole, vm.vmId);
             item->setData(NameColumn, UuidRole, vm.vmUuid);
-            item->setData(NameColumn, PoolIdRole, pool.id);
-            item->setData(NameColumn, PoolNameRole, pool.name);
         }
     }
     m_desktops->expandAll();
+    updateButtons();
     // The session is kept alive with a heartbeat now and every five minutes.
     m_grpc.sendHeart(QString(), QString(), -1);
     m_grpc.startSendHeart();
+}
+
+void ThinClientWindow::logOut()
+{
+    m_grpc.stopSendHeart();
+    m_session = Session::LoggedOut;
+    m_desktops->clear();
+    m_connection->clear();
+    m_error->clear();
+    m_password->clear();
+    m_helpState->clear();
+    m_heartbeat->setText(tr("Heartbeat: not started"));
+    statusBar()->showMessage(tr("Logged out"));
+    updateButtons();
+}
+
+QTreeWidgetItem* ThinClientWindow::selectedPool() const
+{
+    QTreeWidgetItem* item = m_desktops->currentItem();
+    return item && !item->parent() ? item : nullptr;
 }
 
 QTreeWidgetItem* ThinClientWindow::selectedDesktop() const
@@ -270,22 +316,27 @@ tagVmNodeInfo ThinClientWindow::nodeOf(const QTreeWidgetItem* desktop) const
 
 void ThinClientWindow::apply()
 {
-    const QTreeWidgetItem* desktop = selectedDesktop();
-    if (!desktop)
+    const QTreeWidgetItem* pool = selectedPool();
+    if (!pool)
         return;
-    if (m_applyAttempts == 0)
-        m_connection->setText(tr("Asking for the desktop..."));
+    m_connection->setText(tr("Asking for a desktop of %1...").arg(pool->text(NameColumn)));
+    m_applyAttempts = 0;
+    // The pool rides along as the request's node, which its answer carries back.
+    applyFor(tagVmNodeInfo{pool->data(NameColumn, PoolIdRole).toString(), pool->text(NameColumn), 0});
+}
+
+void ThinClientWindow::applyFor(const tagVmNodeInfo& pool)
+{
     ++m_applyAttempts;
-    m_grpc.applyForVM(nodeOf(desktop), desktop->data(NameColumn, PoolIdRole).toString(),
-                      desktop->data(NameColumn, VmIdRole).toString(), desktop->data(NameColumn, UuidRole).toString(),
-                      desktop->data(NameColumn, PoolNameRole).toString(), QString(), 0);
+    // No desktop named: the controller hands out one of the user's in the pool.
+    m_grpc.applyForVM(pool, pool.nodeId, QString(), QString(), pool.nodeName, QString(), 0);
 }
 
 void ThinClientWindow::onApplied(const ApplyForVMReply& reply, bool ok)
 {
     // true with code 4: the controller is still preparing the desktop; ask again.
     if (ok && reply.error.errorCode == 4 && m_applyAttempts < kApplyAttempts) {
-        apply();
+        applyFor(reply.vmNode);
         return;
     }
     m_applyAttempts = 0;
@@ -295,7 +346,9 @@ void ThinClientWindow::onApplied(const ApplyForVMReply& reply, bool ok)
         return;
     }
     // The reply also holds the desktop's passwords, for the remote-desktop client: never shown.
-    m_grpc.applyForVMOfQuery(reply.vmNode, QString::number(reply.vmInfo.vmId), reply.vmInfo.vmUuid, QString(), 0,
+    // From here on the node is the desktop handed out, as nodeOf() makes it.
+    const tagVmNodeInfo desktop{reply.vmInfo.vmUuid, reply.vmInfo.vmName, 0};
+    m_grpc.applyForVMOfQuery(desktop, QString::number(reply.vmInfo.vmId), reply.vmInfo.vmUuid, QString(), 0,
                              VdiGrpc::tagOperateVMWay(0), VdiGrpc::tagOperateVMType(QueryDesktop));
 }
 
@@ -326,7 +379,7 @@ void ThinClientWindow::onOperated(const OperateForVMReply& reply, bool ok)
         showError(tr("The operation failed"), reply.error);
         return;
     }
-    // The node names the desktop's item by its UUID.
+    // The node names the desktop's item by its UUID (applyForVMOfQuery's node too).
     for (QTreeWidgetItemIterator it(m_desktops); *it; ++it)
         if ((*it)->data(NameColumn, UuidRole).toString() == reply.vmNode.nodeId)
             (*it)->setText(StateColumn, reply.vmInfo.vmStatus);
@@ -343,11 +396,11 @@ void ThinClientWindow::onHeartbeat(const HeartbeatReply& reply, bool ok)
 
 void ThinClientWindow::askForHelp()
 {
-    m_help->setEnabled(false);
     m_helpBusy->setVisible(true);
     m_helpStarted = QDateTime::currentMSecsSinceEpoch();
     m_helpState->setText(tr("Sending the help report... 0 s"));
     m_helpTicker->start(1000);
+    updateButtons();
     // Logs wanted (1); the screenshots are where the terminal keeps them ("screenshots").
     m_grpc.sendUserAskInfo(m_grpc.getLocalMAC(), m_user->text(), QString(), QString(), QStringLiteral("display"),
                            m_problem->text(), 1, QStringLiteral("screenshots"), m_grpc.getLocalIP(), QString());
@@ -357,7 +410,7 @@ void ThinClientWindow::onHelpAnswered(const OneKeyHelpInfoReply& reply, bool ok)
 {
     m_helpTicker->stop();
     m_helpBusy->setVisible(false);
-    m_help->setEnabled(true);
+    updateButtons();
     if (ok)
         m_helpState->setText(tr("Help report taken: task %1").arg(reply.taskId));
     else
@@ -366,7 +419,7 @@ void ThinClientWindow::onHelpAnswered(const OneKeyHelpInfoReply& reply, bool ok)
 
 void ThinClientWindow::showError(const QString& what, const tagErrorData& error)
 {
-    m_login->setEnabled(true);
+    updateButtons();
     const QString text = error.errorMsgEn.isEmpty() ? error.errorMsgZh : error.errorMsgEn;
     m_error->setText(QStringLiteral("%1: %2 (code %3)").arg(what, text).arg(error.errorCode));
     statusBar()->clearMessage();

@@ -36,17 +36,22 @@ public:
     std::function<QString()> choosePemFile;
 
 private:
+    enum class Session { LoggedOut, LoggingIn, LoggedIn };
+
     // The road: local identity, channels, server type, login.
     void logIn();
     void onDeviceInfo(const QString& ip, const QString& mac, bool found);
     void onServerType(const ServerTypeInfoResp& reply, bool ok);
     void onLogin(const LoginReply& reply, bool ok);
     void askForGatewayCredentials();
-    // A desktop handed out, and its connection data.
+    // No call to the server: the heartbeat stops and the session is forgotten.
+    void logOut();
+    // A desktop of the selected pool handed out, and its connection data.
     void apply();
+    void applyFor(const tagVmNodeInfo& pool);
     void onApplied(const ApplyForVMReply& reply, bool ok);
     void onConnectionData(const OperateForVMReply& reply, bool ok);
-    // Start, shut down, reboot.
+    // Start, shut down, reboot the selected desktop.
     void operate(int opType);
     void onOperated(const OperateForVMReply& reply, bool ok);
     void onHeartbeat(const HeartbeatReply& reply, bool ok);
@@ -55,19 +60,27 @@ private:
     void askForHelp();
     void onHelpAnswered(const OneKeyHelpInfoReply& reply, bool ok);
 
+    // Each button enabled only where it applies.
+    void updateButtons();
+    QTreeWidgetItem* selectedPool() const;
     QTreeWidgetItem* selectedDesktop() const;
     tagVmNodeInfo nodeOf(const QTreeWidgetItem* desktop) const;
     void showError(const QString& what, const tagErrorData& error);
 
     VdiDesktopGrpcThread m_grpc;
+    Session m_session = Session::LoggedOut;
     QLineEdit* m_server;
     QLineEdit* m_port;
     QLineEdit* m_pem;
     QLineEdit* m_user;
     QLineEdit* m_password;
     QPushButton* m_login;
+    QPushButton* m_logout;
     QTreeWidget* m_desktops;
     QPushButton* m_apply;
+    QPushButton* m_start;
+    QPushButton* m_shutDown;
+    QPushButton* m_reboot;
     QLabel* m_connection;
     QLabel* m_error;
     QLabel* m_heartbeat;
