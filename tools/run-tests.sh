@@ -19,8 +19,9 @@ cmake --build build-tsan -j"$(nproc)" --target tst_frame
 (cd build && ctest --output-on-failure -j"$(nproc)")
 
 # The whole suite again under AddressSanitizer and UndefinedBehaviorSanitizer, in a build of its
-# own (the installed-package check needs no second run).
+# own, the client, the simulator and the examples instrumented too (the installed-package check
+# needs no second run).
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVDI_SANITIZE=address,undefined \
-    -DVDI_BUILD_TOOLS=OFF -DVDI_BUILD_BENCHMARKS=OFF >/dev/null
+    -DVDI_BUILD_BENCHMARKS=OFF -DVDI_BUILD_DOCS=OFF >/dev/null
 cmake --build build-asan -j"$(nproc)"
 (cd build-asan && ctest --output-on-failure -j"$(nproc)" -E '^tst_install$')
