@@ -290,64 +290,48 @@ void TestDiscovery::fieldMaps_data()
     using vditest::Check;
     using vditest::FieldMap;
     QTest::addColumn<Check>("check");
-    QTest::newRow("device config request") << Check([] {
-        using R = tagDeviceConfigInfoReq;
-        return vditest::requestMismatches(&H::toDeviceConfigInfoReq,
-                                          FieldMap<R>{VDI_FIELD(R, ip, "ip"), VDI_FIELD(R, mac, "mac"),
-                                                      VDI_FIELD(R, deviceId, "deviceId")});
-    });
-    QTest::newRow("device config reply") << Check([] {
-        using R = tagDeviceConfigInfoResp;
-        return vditest::replyMismatches(&H::fromDeviceConfigInfoResp,
+    using Q = tagDeviceConfigInfoReq;
+    vditest::requestRow("device config request", &H::toDeviceConfigInfoReq,
+                                          FieldMap<Q>{VDI_FIELD(Q, ip, "ip"), VDI_FIELD(Q, mac, "mac"),
+                                                      VDI_FIELD(Q, deviceId, "deviceId")});
+    using R = tagDeviceConfigInfoResp;
+    vditest::replyRow("device config reply", &H::fromDeviceConfigInfoResp,
                                         vditest::withError<R>({VDI_FIELD(R, authType, "authType"),
                                                                VDI_FIELD(R, serverArch, "serverArch"),
                                                                VDI_FIELD(R, displayType, "displayType"),
                                                                VDI_FIELD(R, rememberPassword, "rememberPassword"),
                                                                VDI_FIELD(R, outId, "outId")}),
                                         {QStringLiteral("spareIp")});
-    });
-    QTest::newRow("gateway list reply") << Check([] {
-        using R = tagGatewayInfoResp;
-        using E = tagGatewayInfo;
-        FieldMap<R> map = vditest::withError<R>({});
-        vditest::addList(map,
-                         FieldMap<E>{VDI_FIELD(E, name, "name"), VDI_FIELD(E, description, "description"),
-                                     VDI_FIELD(E, type, "type"), VDI_FIELD(E, domain, "domain"),
-                                     VDI_FIELD(E, publicIp, "public_ip"), VDI_FIELD(E, vdpPort, "VDP_port"),
-                                     VDI_FIELD(E, rdpPort, "RDP_port")},
-                         QStringLiteral("gatewayList"), QStringLiteral("gateway_list"),
-                         [](R& r) -> QList<E>& { return r.gatewayList; });
-        return vditest::replyMismatches(&H::fromGatewayInfoResp, map);
-    });
-    QTest::newRow("controller list reply") << Check([] {
-        using R = tagQureyControllerListResp;
-        using E = tagResourceInfo;
-        FieldMap<R> map = vditest::withError<R>({});
-        vditest::addList(map,
-                         FieldMap<E>{VDI_FIELD(E, id, "id"), VDI_FIELD(E, name, "name"),
-                                     VDI_FIELD(E, details, "details"), VDI_FIELD(E, ip, "ip"),
-                                     VDI_FIELD(E, status, "status"), VDI_FIELD(E, platEdition, "platEdition"),
-                                     VDI_FIELD(E, country, "country"), VDI_FIELD(E, province, "province"),
-                                     VDI_FIELD(E, city, "city"), VDI_FIELD(E, district, "district"),
-                                     VDI_FIELD(E, orgName, "orgName"), VDI_FIELD(E, gateway, "gateway"),
-                                     VDI_FIELD(E, port, "port")},
-                         QStringLiteral("resourceList"), QStringLiteral("resourceInfo_list"),
-                         [](R& r) -> QList<E>& { return r.resourceList; });
-        return vditest::replyMismatches(+[](const client::ResourceList& message, R& reply) {
+    using GR = tagGatewayInfoResp;
+    using GE = tagGatewayInfo;
+    vditest::replyRow("gateway list reply", &H::fromGatewayInfoResp, vditest::withError<GR>({}) + VDI_LIST(GR, gatewayList, "gateway_list",
+                         FieldMap<GE>({VDI_FIELD(GE, name, "name"), VDI_FIELD(GE, description, "description"),
+                                     VDI_FIELD(GE, type, "type"), VDI_FIELD(GE, domain, "domain"),
+                                     VDI_FIELD(GE, publicIp, "public_ip"), VDI_FIELD(GE, vdpPort, "VDP_port"),
+                                     VDI_FIELD(GE, rdpPort, "RDP_port")})));
+    using CR = tagQureyControllerListResp;
+    using CE = tagResourceInfo;
+    vditest::replyRow(
+        "controller list reply",
+        +[](const client::ResourceList& message, CR& reply) {
             client::ResourceList copy = message;  // the conversion takes it by reference
             H::fromQureyControllerListResp(copy, reply);
-        }, map);
-    });
-    QTest::newRow("controller type reply") << Check([] {
-        using R = tagQueryControllerTypeResp;
-        return vditest::replyMismatches(&H::fromQueryControllerType, vditest::withError<R>({VDI_FIELD(R, name, "name")}));
-    });
-    QTest::newRow("desktop's controller reply") << Check([] {
-        using R = tagVmControllerIpResp;
-        return vditest::replyMismatches(&H::fromQueryVmControllerIpResq,
-                                        vditest::withError<R>({VDI_FIELD(R, ip, "ip"), VDI_FIELD(R, port, "port"),
-                                                               VDI_FIELD(R, domainName, "domain_name")}));
-    });
+        },
+        vditest::withError<CR>({})
+            + VDI_LIST(CR, resourceList, "resourceInfo_list",
+                       FieldMap<CE>({VDI_FIELD(CE, id, "id"), VDI_FIELD(CE, name, "name"),
+                                     VDI_FIELD(CE, details, "details"), VDI_FIELD(CE, ip, "ip"),
+                                     VDI_FIELD(CE, status, "status"), VDI_FIELD(CE, platEdition, "platEdition"),
+                                     VDI_FIELD(CE, country, "country"), VDI_FIELD(CE, province, "province"),
+                                     VDI_FIELD(CE, city, "city"), VDI_FIELD(CE, district, "district"),
+                                     VDI_FIELD(CE, orgName, "orgName"), VDI_FIELD(CE, gateway, "gateway"),
+                                     VDI_FIELD(CE, port, "port")})));
+    using TR = tagQueryControllerTypeResp;
+    vditest::replyRow("controller type reply", &H::fromQueryControllerType, vditest::withError<TR>({VDI_FIELD(TR, name, "name")}));
+    using VR = tagVmControllerIpResp;
+    vditest::replyRow("desktop's controller reply", &H::fromQueryVmControllerIpResq,
+                                        vditest::withError<VR>({VDI_FIELD(VR, ip, "ip"), VDI_FIELD(VR, port, "port"),
+                                                               VDI_FIELD(VR, domainName, "domain_name")}));
 }
 
 VDI_TEST_MAIN(TestDiscovery)

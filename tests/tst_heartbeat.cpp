@@ -149,14 +149,10 @@ void TestHeartbeat::fieldMaps_data()
     using H = VdiDesktopGrpcHelper;
     using vditest::Check;
     QTest::addColumn<Check>("check");
-    QTest::newRow("request") << Check([] {
-        using R = tagHeartbeatRequest;
-        return vditest::requestMismatches(
+    using R = tagHeartbeatRequest;
+    vditest::requestRow("request", 
             &H::toHeartBeatReq, vditest::withExtend(vditest::withIdentity<R>({VDI_FIELD(R, vmIp, "vm_ip")})));
-    });
-    QTest::newRow("reply") << Check([] {
-        return vditest::replyMismatches(&H::fromHeartbeatResq, vditest::withError<tagHeartbeatReply>({}));
-    });
+    vditest::replyRow("reply", &H::fromHeartbeatResq, vditest::withError<tagHeartbeatReply>({}));
 }
 
 VDI_TEST_MAIN(TestHeartbeat)

@@ -677,20 +677,16 @@ void TestHelp::fieldMaps_data()
     using H = VdiDesktopGrpcHelper;
     using vditest::Check;
     QTest::addColumn<Check>("check");
-    QTest::newRow("request") << Check([] {
-        using R = tagOneKeyHelpInfoRequest;
-        return vditest::requestMismatches(
+    using R = tagOneKeyHelpInfoRequest;
+    vditest::requestRow("request", 
             &H::toOneKeyHelpReq,
             vditest::FieldMap<R>{VDI_FIELD(R, userMac, "userMac"), VDI_FIELD(R, realName, "realName"),
                                  VDI_FIELD(R, phoneNumber, "phoneNumber"), VDI_FIELD(R, email, "email"),
                                  VDI_FIELD(R, problemType, "problemType"), VDI_FIELD(R, problemDesc, "problemDesc"),
                                  VDI_FIELD(R, getLog, "getLog"), VDI_FIELD(R, screenShotUrl, "screenShotUrl"),
                                  VDI_FIELD(R, ip, "ip"), VDI_FIELD(R, vmIp, "vmIp")});
-    });
-    QTest::newRow("reply") << Check([] {
-        using R = tagOneKeyHelpInfoReply;
-        return vditest::replyMismatches(&H::fromOneKeyHelpResq, vditest::withError<R>({VDI_FIELD(R, taskId, "taskId")}));
-    });
+    using Y = tagOneKeyHelpInfoReply;
+    vditest::replyRow("reply", &H::fromOneKeyHelpResq, vditest::withError<Y>({VDI_FIELD(Y, taskId, "taskId")}));
 }
 
 VDI_TEST_MAIN(TestHelp)
