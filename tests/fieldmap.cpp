@@ -168,6 +168,23 @@ QString wireText(const Message& message, const QString& path)
     return entries.join(QLatin1Char('|'));
 }
 
+QString wireMismatch(const Message& message, const QString& expected)
+{
+    static const QRegularExpression pair(QStringLiteral(R"re(([\w.\[\]]+):\s*(?:'([^']*)'|"([^"]*)"|(\S+)))re"));
+    QStringList wrong;
+    int matched = 0;
+    for (auto it = pair.globalMatch(expected); it.hasNext(); ++matched) {
+        const QRegularExpressionMatch m = it.next();
+        const QString want = m.captured(2) + m.captured(3) + m.captured(4);
+        const QString got = wireText(message, m.captured(1));
+        if (got != want)
+            wrong << detail::mismatch(m.captured(1), got, want);
+    }
+    if (!matched)
+        wrong << QStringLiteral("nothing to compare in \"%1\"").arg(expected);
+    return wrong.join(QLatin1Char('\n'));
+}
+
 bool isBool(const Message& message, const QString& path)
 {
     Step last;

@@ -169,6 +169,11 @@ QStringList fillEverything(google::protobuf::Message& message);
 // that no member holds.
 QString wireText(const google::protobuf::Message& message, const QString& path);
 
+// Empty when every "path: value" of `expected` holds in the message (a text in quotes, a zero or
+// an empty text too: a field left unset reads as its default), else what differs, a line each.
+// Example: "name: 'u' client_base_info.vm_id: -1 pool_list[1].id: 0".
+QString wireMismatch(const google::protobuf::Message& message, const QString& expected);
+
 // Whether the path names a bool outside any list; setBool sets it true.
 bool isBool(const google::protobuf::Message& message, const QString& path);
 bool setBool(google::protobuf::Message& message, const QString& path);

@@ -2,6 +2,7 @@
 // of the facade and the worker.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -99,6 +100,27 @@ std::unique_ptr<vdifake::ScenarioServer> serveBuiltInDeployment(const QString& m
 
 // A loopback port on which nobody listens.
 ushort unusedPort();
+
+// The last request of the method that the server received; a default one when none came.
+template <class Request>
+Request lastRequest(const TestServer& server, const std::string& method)
+{
+    const std::vector<vdifake::RecordedCall> calls = server->calls(method);
+    return calls.empty() ? Request() : calls.back().template request<Request>();
+}
+
+// A script answering with a reply whose error code is `code`; `fill` sets the rest.
+template <class Reply>
+vdifake::Script replyWithCode(int code, const std::function<void(Reply&)>& fill = {})
+{
+    Reply reply;
+    reply.mutable_error()->set_error_code(code);
+    if (fill)
+        fill(reply);
+    vdifake::Script script;
+    script.replyBytes = reply.SerializeAsString();
+    return script;
+}
 
 } // namespace vditest
 
