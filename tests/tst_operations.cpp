@@ -23,17 +23,6 @@ tagVmNodeInfo node(int index)
     return tagVmNodeInfo{QStringLiteral("node-%1").arg(index), QStringLiteral("desk %1").arg(index), index};
 }
 
-template <class Reply>
-vdifake::Script replyWithCode(int code, const std::string& zh = {})
-{
-    Reply reply;
-    reply.mutable_error()->set_error_code(code);
-    reply.mutable_error()->set_error_msg_zh(zh);
-    vdifake::Script script;
-    script.replyBytes = reply.SerializeAsString();
-    return script;
-}
-
 tagOperateForVMRequest operation(int opType)
 {
     tagOperateForVMRequest request;
@@ -108,7 +97,7 @@ void TestOperations::operationFlag()
     QFETCH(int, errorCode);
 
     vditest::TestServer server;
-    vdifake::Script script = replyWithCode<client::OperateForVmResp>(serverCode);
+    vdifake::Script script = vditest::replyWithCode<client::OperateForVmResp>(serverCode);
     script.code = grpc::StatusCode(status);
     server->setScript(kOperate, script);
     VdiDesktopGrpcWorker worker;
@@ -344,7 +333,8 @@ void TestOperations::serverTimeoutText()
                                : handler == QLatin1String("register") ? kRegister
                                : handler == QLatin1String("report")   ? kReport
                                                                       : kOperate;
-    const std::string words = "server's own words";
+    const auto words = [](auto& reply) { reply.mutable_error()->set_error_msg_zh("server's own words"); };
+    using vditest::replyWithCode;
     server->setScript(method, method == kApply      ? replyWithCode<client::ApplyForVmResp>(4, words)
                               : method == kRegister ? replyWithCode<client::RegisterDevResp>(4, words)
                               : method == kReport   ? replyWithCode<client::ReportSuccessResp>(4, words)
