@@ -11,7 +11,6 @@
 
 namespace {
 const std::string kWhoAreYou = "/client.ClientCore/WhoAreYou";
-const std::string kHeartbeat = "/client.ClientCore/Heartbeat";
 
 QByteArray readFile(const QString& path)
 {
@@ -51,11 +50,7 @@ private slots:
     void ipv6Literal();
     void pemFiles_data();
     void pemFiles();
-    void contextCarriesMetadataAndDeadline();
     void tokenIsRefilledFromSettingsFile();
-    void failedCallRebuildsChannels_data();
-    void failedCallRebuildsChannels();
-    void stopCancelsLiveContext();
     void probeOfRemoteHost();
 
 private:
@@ -172,27 +167,6 @@ void TestConnection::pemFiles()
     QVERIFY2(status.ok(), status.error_message().c_str());
 }
 
-void TestConnection::contextCarriesMetadataAndDeadline()
-{
-    VdiDesktopGrpcWorker worker;
-    m_server->connect(worker);
-    QVERIFY(whoAreYou(worker).ok());
-    m_server->connect(worker, true);
-    worker.setTimeout(5);
-    QVERIFY(whoAreYou(worker).ok());
-
-    const auto calls = (*m_server)->calls(kWhoAreYou);
-    QCOMPARE(calls.size(), size_t(2));
-    // No settings file, no token: the key is sent all the same, empty.
-    QCOMPARE(calls[0].metadata.count("gatewayaccesstoken"), size_t(1));
-    QCOMPARE(calls[0].metadataValue("gatewayaccesstoken"), std::string());
-    QCOMPARE(calls[0].metadataValue("client-language"), std::string("zh"));
-    QCOMPARE(calls[1].metadataValue("client-language"), std::string("en"));
-    // The deadline travels rounded up to the transport's unit: a little over the span is fine.
-    QVERIFY2(calls[0].deadlineSeconds > 29.0 && calls[0].deadlineSeconds <= 30.2, QByteArray::number(calls[0].deadlineSeconds).constData());
-    QVERIFY2(calls[1].deadlineSeconds > 4.0 && calls[1].deadlineSeconds <= 5.2, QByteArray::number(calls[1].deadlineSeconds).constData());
-}
-
 // An empty token is looked up in the settings file for every call: a token that appears in the
 // file, changes there or goes is what the next call carries.
 void TestConnection::tokenIsRefilledFromSettingsFile()
@@ -219,57 +193,6 @@ void TestConnection::tokenIsRefilledFromSettingsFile()
     QCOMPARE(sentTokenAfterSave("second-token"), std::string("second-token"));
     QVERIFY(QFile::remove(worker.getGatewaySettingsFilePath()));
     QCOMPARE(sentTokenAfterSave(nullptr), std::string());
-}
-
-void TestConnection::failedCallRebuildsChannels_data()
-{
-    QTest::addColumn<int>("code");
-    QTest::newRow("unavailable") << int(grpc::StatusCode::UNAVAILABLE);
-    QTest::newRow("deadline exceeded") << int(grpc::StatusCode::DEADLINE_EXCEEDED);  // answered at once
-}
-
-// The rebuilt channels go to the same server and speak the language chosen at the connection.
-void TestConnection::failedCallRebuildsChannels()
-{
-    QFETCH(int, code);
-    vdifake::Script failure;
-    failure.code = grpc::StatusCode(code);
-    (*m_server)->queueScript(kHeartbeat, failure);  // the second beat is answered OK
-
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    m_server->connect(worker, true);
-    const auto stub = probe.stub();
-    const auto stubCommon = probe.stubCommon();
-
-    vditest::LogCapture log;
-    worker.sendHeart(tagHeartbeatRequest());
-    QVERIFY(log.contains(vditest::kRebuildLine, QtInfoMsg));
-    QVERIFY(probe.stub() && probe.stub() != stub);
-    QVERIFY(probe.stubCommon() && probe.stubCommon() != stubCommon);
-    QCOMPARE(probe.host(), QStringLiteral("127.0.0.1"));
-    QCOMPARE(probe.port(), m_server->port());
-
-    worker.sendHeart(tagHeartbeatRequest());
-    const auto calls = (*m_server)->calls(kHeartbeat);
-    QCOMPARE(calls.size(), size_t(2));
-    QCOMPARE(calls[1].metadataValue("client-language"), std::string("en"));
-}
-
-void TestConnection::stopCancelsLiveContext()
-{
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    m_server->connect(worker);
-    const std::shared_ptr<grpc::ClientContext> context = probe.newCallContext();
-    worker.buildClientContext(context.get());
-    QVERIFY(probe.hasCurrentContext());
-    vditest::LogCapture log;
-    worker.stop();
-    QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::stop try cancel"), QtDebugMsg));
-    client::WhoAreYouReply reply;
-    QCOMPARE(probe.stub()->WhoAreYou(context.get(), google::protobuf::Empty(), &reply).error_code(),
-             grpc::StatusCode::CANCELLED);
 }
 
 // The reachability probe knocks at the port over IPv4 only.

@@ -39,7 +39,8 @@ void TestFaults::serverGoneThenBack_data()
     QTest::newRow("killed while it holds the call") << true;
 }
 
-// Without a new initConnection: the channels are rebuilt after the failure.
+// Without a new initConnection: the channels are rebuilt after the failure, in the language of
+// the connection.
 void TestFaults::serverGoneThenBack()
 {
     QFETCH(bool, whileHeld);
@@ -48,7 +49,7 @@ void TestFaults::serverGoneThenBack()
     if (!whileHeld)
         server.stop();
     VdiDesktopGrpcThread facade;
-    server.connect(facade);
+    server.connect(facade, true);
     QSignalSpy spy(&facade, &VdiDesktopGrpcThread::checkPasswordResult);
     facade.checkPassword(QStringLiteral("u"), QStringLiteral("p"), false);
     if (whileHeld) {
@@ -63,6 +64,7 @@ void TestFaults::serverGoneThenBack()
     QVERIFY(spy.wait(5000));
     QCOMPARE(answer(spy, 1), kAnswered);
     QCOMPARE(server->callCount(kCheckPassword), 1);
+    QCOMPARE(server->calls(kCheckPassword).at(0).metadataValue("client-language"), std::string("en"));
 }
 
 // A server that takes the call and never answers: the call ends at the worker's deadline, which

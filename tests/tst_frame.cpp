@@ -5,13 +5,12 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <thread>
 #include <utility>
 #include <vector>
-#include <thread>
 
 namespace {
 const std::string kWhoAreYou = "/client.ClientCore/WhoAreYou";
-const std::string kUpload = "/client.ClientCore/onekeyHelpUseGateway";
 const std::string kControllerIp = "/client.ClientCore/queryAgentUseControllerIp";
 const int kHeldMs = 20000;  // longer than any wait of these tests
 
@@ -20,43 +19,42 @@ using Call = RpcResult<client::WhoAreYouReply, Record>;
 
 void noRequest(google::protobuf::Empty&) {}
 
-enum class GateKind { None, Proceed, ProceedWithText, Decline, NullStub };
-
-RpcHooks<Record> gateHooks(GateKind kind, int* copied, int* copiedAfterCall)
-{
-    RpcHooks<Record> hooks;
-    switch (kind) {
-    case GateKind::None:
-        break;
-    case GateKind::Proceed:
-        hooks.precondition = [] { return Gate::proceed(); };
-        break;
-    case GateKind::ProceedWithText:
-        hooks.precondition = [] { return Gate::proceed("own null-stub text"); };
-        break;
-    case GateKind::Decline:
-        hooks.precondition = [] { return Gate::decline(); };
-        break;
-    case GateKind::NullStub:
-        hooks.precondition = [] { return Gate::nullStub("other stub is missing"); };
-        break;
+// A worker and a server of its own, connected unless said otherwise.
+struct Bed {
+    explicit Bed(bool connected = true)
+    {
+        if (connected)
+            server.connect(worker);
     }
-    hooks.copy = [copied](Record& record) {
-        ++*copied;
-        record.name = QStringLiteral("copied");
-    };
-    hooks.copyAfterCall = [copiedAfterCall](Record&) { ++*copiedAfterCall; };
-    return hooks;
-}
-} // namespace
+    // The frame's call of WhoAreYou.
+    CallOutcome whoAreYou(const RpcShape& shape, Call& call, const RpcHooks<Record>& hooks = {})
+    {
+        return probe.unaryCall(shape, probe.stub(), &client::ClientCore::Stub::WhoAreYou, noRequest,
+                               &VdiDesktopGrpcHelper::fromQueryControllerType, call, hooks);
+    }
 
-Q_DECLARE_METATYPE(GateKind)
-Q_DECLARE_METATYPE(CallOutcome)
-Q_DECLARE_METATYPE(NullStub)
+    vditest::TestServer server;
+    VdiDesktopGrpcWorker worker;
+    VdiWorkerProbe probe{worker};
+};
 
-// ---- Every handler of the worker, and what it answers ----------------------------------------
+// One road through the frame, and what it gives.
+struct Road {
+    bool connected;
+    std::function<Gate()> precondition;
+    grpc::StatusCode serverStatus;
+    NullStub nullStub;
+    CallOutcome outcome;
+    grpc::StatusCode statusCode;  // no road but a successful call reads as OK
+    int errorCode;
+    bool flag;
+    int copies;  // runs of the copy hook
+    int copiesAfterCall;
+    QString criticalLine;
+    bool rebuilds;
+};
+
 using Handler = std::function<void(VdiDesktopGrpcWorker&)>;
-Q_DECLARE_METATYPE(Handler)
 
 // The signals that a worker emitted, by name, with their counts.
 class EmittedSignals
@@ -66,9 +64,8 @@ public:
     {
         const QMetaObject& meta = VdiDesktopGrpcWorker::staticMetaObject;
         for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
-            const QMetaMethod method = meta.method(i);
-            if (method.methodType() == QMetaMethod::Signal)
-                m_spies.emplace_back(method.name(), std::make_unique<QSignalSpy>(&worker, method));
+            if (meta.method(i).methodType() == QMetaMethod::Signal)
+                m_spies.emplace_back(meta.method(i).name(), std::make_unique<QSignalSpy>(&worker, meta.method(i)));
         }
     }
     // "namexcount" for every signal emitted at least once, in declaration order.
@@ -85,6 +82,10 @@ public:
 private:
     std::vector<std::pair<QByteArray, std::unique_ptr<QSignalSpy>>> m_spies;
 };
+} // namespace
+
+Q_DECLARE_METATYPE(Road)
+Q_DECLARE_METATYPE(Handler)
 
 class TestFrame : public QObject
 {
@@ -99,7 +100,6 @@ private slots:
     void replyConvertedBeforeStatus();
     void contextAliveUntilEmitted();
     void stopBeforePublishingCancelsAtOnce();
-    void streamUpload();
     void stopBreaksStream();
     void streamWithoutStubIsSkipped();
     void stopRacesHandlerStarts();
@@ -107,88 +107,61 @@ private slots:
 
 void TestFrame::roads_data()
 {
-    QTest::addColumn<bool>("connected");
-    QTest::addColumn<GateKind>("gate");
-    QTest::addColumn<int>("serverStatus");
-    QTest::addColumn<NullStub>("nullStub");
-    QTest::addColumn<CallOutcome>("outcome");
-    QTest::addColumn<int>("statusCode");
-    QTest::addColumn<int>("errorCode");
-    QTest::addColumn<bool>("flag");
-    QTest::addColumn<int>("copies");  // copy hook runs
-    QTest::addColumn<int>("copiesAfterCall");
-    QTest::addColumn<QString>("criticalLine");
-    QTest::addColumn<bool>("rebuilds");
-
-    const int ok = int(grpc::StatusCode::OK);
-    const int notFound = int(grpc::StatusCode::NOT_FOUND);
-    const int unavailable = int(grpc::StatusCode::UNAVAILABLE);
+    QTest::addColumn<Road>("road");
+    using S = grpc::StatusCode;
+    const std::function<Gate()> none;
     const QString nullText = QStringLiteral(" stub is null.");
     // clang-format off
-    QTest::newRow("null stub answered") << false << GateKind::None << ok << NullStub::Answer
-        << CallOutcome::NullStubAnswered << notFound << 5 << false << 1 << 0 << nullText << true;
-    QTest::newRow("null stub silent") << false << GateKind::None << ok << NullStub::Silent
-        << CallOutcome::NullStubSilent << notFound << 5 << false << 0 << 0 << nullText << true;
-    QTest::newRow("null stub ignored") << false << GateKind::None << ok << NullStub::Ignore
-        << CallOutcome::NullStubIgnored << notFound << -1 << false << 0 << 0 << nullText << false;
-    QTest::newRow("precondition's own null-stub text") << false << GateKind::ProceedWithText << ok << NullStub::Answer
-        << CallOutcome::NullStubAnswered << notFound << 5 << false << 1 << 0 << QStringLiteral("own null-stub text") << true;
-    QTest::newRow("precondition declines") << true << GateKind::Decline << ok << NullStub::Answer
-        << CallOutcome::Declined << int(grpc::StatusCode::UNKNOWN) << -1 << false << 0 << 0 << QString() << false;
-    QTest::newRow("precondition takes the null-stub road") << true << GateKind::NullStub << ok << NullStub::Answer
-        << CallOutcome::NullStubAnswered << notFound << 5 << false << 1 << 0 << QStringLiteral("other stub is missing") << true;
-    QTest::newRow("call") << true << GateKind::Proceed << ok << NullStub::Answer
-        << CallOutcome::Called << ok << 0 << true << 1 << 1 << QString() << false;
-    QTest::newRow("failed call") << true << GateKind::None << unavailable << NullStub::Answer
-        << CallOutcome::Called << unavailable << 14 << false << 1 << 1 << QString() << true;
+    QTest::newRow("null stub answered") << Road{false, none, S::OK, NullStub::Answer,
+        CallOutcome::NullStubAnswered, S::NOT_FOUND, 5, false, 1, 0, nullText, true};
+    QTest::newRow("null stub silent") << Road{false, none, S::OK, NullStub::Silent,
+        CallOutcome::NullStubSilent, S::NOT_FOUND, 5, false, 0, 0, nullText, true};
+    QTest::newRow("null stub ignored") << Road{false, none, S::OK, NullStub::Ignore,
+        CallOutcome::NullStubIgnored, S::NOT_FOUND, -1, false, 0, 0, nullText, false};
+    QTest::newRow("precondition's own null-stub text") << Road{false, [] { return Gate::proceed("own null-stub text"); },
+        S::OK, NullStub::Answer, CallOutcome::NullStubAnswered, S::NOT_FOUND, 5, false, 1, 0, QStringLiteral("own null-stub text"), true};
+    QTest::newRow("precondition declines") << Road{true, [] { return Gate::decline(); }, S::OK, NullStub::Answer,
+        CallOutcome::Declined, S::UNKNOWN, -1, false, 0, 0, QString(), false};
+    QTest::newRow("precondition takes the null-stub road") << Road{true, [] { return Gate::nullStub("other stub is missing"); },
+        S::OK, NullStub::Answer, CallOutcome::NullStubAnswered, S::NOT_FOUND, 5, false, 1, 0, QStringLiteral("other stub is missing"), true};
+    QTest::newRow("call") << Road{true, [] { return Gate::proceed(); }, S::OK, NullStub::Answer,
+        CallOutcome::Called, S::OK, 0, true, 1, 1, QString(), false};
+    QTest::newRow("failed call") << Road{true, none, S::UNAVAILABLE, NullStub::Answer,
+        CallOutcome::Called, S::UNAVAILABLE, 14, false, 1, 1, QString(), true};
     // clang-format on
 }
 
 void TestFrame::roads()
 {
-    QFETCH(bool, connected);
-    QFETCH(GateKind, gate);
-    QFETCH(int, serverStatus);
-    QFETCH(NullStub, nullStub);
-    QFETCH(CallOutcome, outcome);
-    QFETCH(int, statusCode);
-    QFETCH(int, errorCode);
-    QFETCH(bool, flag);
-    QFETCH(int, copies);
-    QFETCH(int, copiesAfterCall);
-    QFETCH(QString, criticalLine);
-    QFETCH(bool, rebuilds);
-
-    vditest::TestServer server;
-    server->setStatus(kWhoAreYou, grpc::StatusCode(serverStatus));
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    if (connected)
-        server.connect(worker);
-    int copied = 0;
-    int copiedAfterCall = 0;
-    const RpcShape shape = RpcShape::at("roads").onNullStub(" stub is null.", nullStub);
+    QFETCH(Road, road);
+    Bed bed(road.connected);
+    bed.server->setStatus(kWhoAreYou, road.serverStatus);
+    int copies = 0;
+    int copiesAfterCall = 0;
+    RpcHooks<Record> hooks;
+    hooks.precondition = road.precondition;
+    hooks.copy = [&copies](Record& record) {
+        ++copies;
+        record.name = QStringLiteral("copied");
+    };
+    hooks.copyAfterCall = [&copiesAfterCall](Record&) { ++copiesAfterCall; };
     vditest::LogCapture log;
     Call call;
-    QCOMPARE(probe.unaryCall(shape, probe.stub(), &client::ClientCore::Stub::WhoAreYou, noRequest,
-                             &VdiDesktopGrpcHelper::fromQueryControllerType, call,
-                             gateHooks(gate, &copied, &copiedAfterCall)),
-             outcome);
-    QCOMPARE(call.outcome, outcome);
-    // No road but a successful call reads as OK.
-    QCOMPARE(int(call.status.error_code()), statusCode);
-    QCOMPARE(call.record.error.errorCode, errorCode);
-    QCOMPARE(call.flag, flag);
-    QCOMPARE(copied, copies);
-    QCOMPARE(copiedAfterCall, copiesAfterCall);
-    QCOMPARE(call.record.name == QLatin1String("copied"), copies > 0);
+    QCOMPARE(bed.whoAreYou(RpcShape::at("roads").onNullStub(" stub is null.", road.nullStub), call, hooks), road.outcome);
+    QCOMPARE(call.outcome, road.outcome);
+    QCOMPARE(call.status.error_code(), road.statusCode);
+    QCOMPARE(call.record.error.errorCode, road.errorCode);
+    QCOMPARE(call.flag, road.flag);
+    QCOMPARE(copies, road.copies);
+    QCOMPARE(copiesAfterCall, road.copiesAfterCall);
+    QCOMPARE(call.record.name == QLatin1String("copied"), road.copies > 0);
     QCOMPARE(log.count(QStringLiteral("stub is null.")) + log.count(QStringLiteral("other stub is missing"))
                  + log.count(QStringLiteral("own null-stub text")),
-             criticalLine.isEmpty() ? 0 : 1);
-    if (!criticalLine.isEmpty())
-        QVERIFY2(log.contains(criticalLine, QtCriticalMsg), qPrintable(log.dump()));
-    QCOMPARE(log.contains(vditest::kRebuildLine), rebuilds);
-    QCOMPARE(server->callCount(kWhoAreYou), outcome == CallOutcome::Called ? 1 : 0);
+             road.criticalLine.isEmpty() ? 0 : 1);
+    if (!road.criticalLine.isEmpty())
+        QVERIFY2(log.contains(road.criticalLine, QtCriticalMsg), qPrintable(log.dump()));
+    QCOMPARE(log.contains(vditest::kRebuildLine), road.rebuilds);
+    QCOMPARE(bed.server->callCount(kWhoAreYou), road.outcome == CallOutcome::Called ? 1 : 0);
 }
 
 // Every handler answers its request with its signal exactly once, on the road of a call and on
@@ -274,11 +247,9 @@ void TestFrame::everyHandlerAnswers()
     QFETCH(QString, called);
     QFETCH(QString, nullStub);
     {
-        vditest::TestServer server;  // every method answers OK with an empty reply
-        VdiDesktopGrpcWorker worker;
-        server.connect(worker);
-        EmittedSignals emitted(worker);
-        handler(worker);
+        Bed bed;  // every method answers OK with an empty reply
+        EmittedSignals emitted(bed.worker);
+        handler(bed.worker);
         QCOMPARE(emitted.emitted(), called);
     }
     VdiDesktopGrpcWorker worker;  // never connected
@@ -302,19 +273,14 @@ void TestFrame::switches()
 {
     QFETCH(bool, logAfterCall);
     QFETCH(bool, failureToHandler);
-
-    vditest::TestServer server;
-    server->setStatus(kWhoAreYou, grpc::StatusCode::UNAVAILABLE);
+    Bed bed;
+    bed.server->setStatus(kWhoAreYou, grpc::StatusCode::UNAVAILABLE);
     // A line of the server's, logged when it has read the call and before it answers.
-    server->setResponder(kWhoAreYou, [](const vdifake::RecordedCall&, vdifake::Script*) {
+    bed.server->setResponder(kWhoAreYou, [](const vdifake::RecordedCall&, vdifake::Script*) {
         qInfo("server has the call");
         return false;
     });
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    server.connect(worker);
-    const auto stubBefore = probe.stub();
-
+    const auto stubBefore = bed.probe.stub();
     RpcShape shape = RpcShape::at("switches").labels("switch request:\n", "switch reply:\n");
     if (logAfterCall)
         shape = shape.loggedAfterCall();
@@ -322,9 +288,7 @@ void TestFrame::switches()
         shape = shape.failureLeftToHandler();
     vditest::LogCapture log;
     Call call;
-    QCOMPARE(probe.unaryCall(shape, probe.stub(), &client::ClientCore::Stub::WhoAreYou, noRequest,
-                             &VdiDesktopGrpcHelper::fromQueryControllerType, call),
-             CallOutcome::Called);
+    QCOMPARE(bed.whoAreYou(shape, call), CallOutcome::Called);
     QCOMPARE(call.status.error_code(), grpc::StatusCode::UNAVAILABLE);
     QCOMPARE(call.flag, false);
 
@@ -342,16 +306,13 @@ void TestFrame::switches()
 
     QCOMPARE(call.record.error.errorCode, failureToHandler ? -1 : 14);
     QCOMPARE(log.contains(vditest::kRebuildLine), !failureToHandler);
-    QCOMPARE(probe.stub() == stubBefore, failureToHandler);
+    QCOMPARE(bed.probe.stub() == stubBefore, failureToHandler);
 }
 
 void TestFrame::replyConvertedBeforeStatus()
 {
-    vditest::TestServer server;
-    server->setStatus(kWhoAreYou, grpc::StatusCode::DEADLINE_EXCEEDED);
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    server.connect(worker);
+    Bed bed;
+    bed.server->setStatus(kWhoAreYou, grpc::StatusCode::DEADLINE_EXCEEDED);
     int conversions = 0;
     auto convert = [&conversions](const client::WhoAreYouReply& reply, Record& record) {
         ++conversions;
@@ -363,43 +324,36 @@ void TestFrame::replyConvertedBeforeStatus()
         if (first)
             shape = shape.convertedBeforeStatus();
         Call call;
-        probe.unaryCall(shape, probe.stub(), &client::ClientCore::Stub::WhoAreYou, noRequest, convert, call);
+        bed.probe.unaryCall(shape, bed.probe.stub(), &client::ClientCore::Stub::WhoAreYou, noRequest, convert, call);
         QCOMPARE(conversions, first ? 1 : 0);
-        // The failure has the last word on the error.
-        QCOMPARE(call.record.error.errorCode, 4);
+        QCOMPARE(call.record.error.errorCode, 4);  // the failure has the last word on the error
     }
 }
 
 // Context and request belong to the handler until it has emitted its result.
 void TestFrame::contextAliveUntilEmitted()
 {
-    vditest::TestServer server;
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    server.connect(worker);
+    Bed bed;
     int emitted = 0;
     bool aliveAtEmit = false;
-    connect(&worker, &VdiDesktopGrpcWorker::queryServerIpResult, this, [&] {
+    connect(&bed.worker, &VdiDesktopGrpcWorker::queryServerIpResult, this, [&] {
         ++emitted;
-        aliveAtEmit = probe.hasCurrentContext();
+        aliveAtEmit = bed.probe.hasCurrentContext();
     });
-    worker.slotQueryServerIpForVm();
+    bed.worker.slotQueryServerIpForVm();
     QCOMPARE(emitted, 1);
     QVERIFY(aliveAtEmit);
-    QVERIFY(!probe.hasCurrentContext());  // and no longer
+    QVERIFY(!bed.probe.hasCurrentContext());  // and no longer
 }
 
 // A stop() that lands after the entry check but before the context is published finds no
 // context to cancel; the handler must see the request itself and not sit out the deadline.
 void TestFrame::stopBeforePublishingCancelsAtOnce()
 {
-    vditest::TestServer server;
-    server->setDelay(kWhoAreYou, kHeldMs);
+    Bed bed;
+    bed.server->setDelay(kWhoAreYou, kHeldMs);
     QThread thread;
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    server.connect(worker);
-    worker.moveToThread(&thread);
+    bed.worker.moveToThread(&thread);
     thread.start();
 
     vditest::LogCapture log;
@@ -407,13 +361,12 @@ void TestFrame::stopBeforePublishingCancelsAtOnce()
     QElapsedTimer timer;
     timer.start();
     QMetaObject::invokeMethod(
-        &worker,
+        &bed.worker,
         [&] {
             RpcHooks<Record> hooks;
             hooks.beforeCall = [] { QThread::currentThread()->requestInterruption(); };
-            probe.unaryCall(RpcShape::at("late stop"), probe.stub(), &client::ClientCore::Stub::WhoAreYou, noRequest,
-                            &VdiDesktopGrpcHelper::fromQueryControllerType, call, hooks);
-            worker.moveToThread(QCoreApplication::instance()->thread());
+            bed.whoAreYou(RpcShape::at("late stop"), call, hooks);
+            bed.worker.moveToThread(QCoreApplication::instance()->thread());
         },
         Qt::BlockingQueuedConnection);
     thread.quit();
@@ -425,84 +378,32 @@ void TestFrame::stopBeforePublishingCancelsAtOnce()
     QVERIFY(!log.contains(vditest::kRebuildLine));  // a stopping worker rebuilds nothing
 }
 
-namespace {
 using UploadResult = StreamResult<client::onekeyHelpUploadResp>;
+using UploadWriter = grpc::ClientWriter<client::onekeyHelpUploadReq>;
 
-void writeMeta(grpc::ClientWriter<client::onekeyHelpUploadReq>& writer, client::onekeyHelpUploadReq& message)
-{
-    auto* meta = message.mutable_onekeyhelpuploadreqmeta();
-    meta->set_taskid(77);
-    meta->set_filename("Client_20261123_101500.zip");
-    meta->set_filetype("ClientLog");
-    writer.Write(message);
-}
-} // namespace
-
-void TestFrame::streamUpload()
-{
-    vditest::TestServer server;
-    client::onekeyHelpUploadResp answer;
-    answer.set_code(7);
-    server->setReply(kUpload, answer);
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    worker.initServerType(1);  // the upload stub exists in a gateway deployment
-    server.connect(worker);
-
-    const std::string chunk(65536, 'x');
-    UploadResult result;
-    auto write = [&](grpc::ClientWriter<client::onekeyHelpUploadReq>& writer) {
-        client::onekeyHelpUploadReq message;  // one message, reused
-        writeMeta(writer, message);
-        for (const std::string& content : {chunk, std::string("tail")}) {
-            message.set_content(content);
-            QVERIFY(writer.Write(message));
-        }
-    };
-    const RpcShape shape = RpcShape::at("upload").deadline(CallContext::Unlimited);
-    QCOMPARE(probe.streamCall(shape, probe.stubUpload(), &client::ClientCore::Stub::onekeyHelpUseGateway, write, result),
-             CallOutcome::Called);
-    QVERIFY2(result.status.ok(), result.status.error_message().c_str());
-    QCOMPARE(result.reply.code(), 7);
-
-    const auto calls = server->calls(kUpload);
-    QCOMPARE(calls.size(), size_t(1));
-    QCOMPARE(calls[0].requests.size(), size_t(3));
-    const auto meta = calls[0].request<client::onekeyHelpUploadReq>(0);
-    QVERIFY(meta.has_onekeyhelpuploadreqmeta());
-    QCOMPARE(meta.onekeyhelpuploadreqmeta().taskid(), int64_t(77));
-    QCOMPARE(meta.onekeyhelpuploadreqmeta().filetype(), std::string("ClientLog"));
-    QCOMPARE(calls[0].request<client::onekeyHelpUploadReq>(1).content().size(), chunk.size());
-    QCOMPARE(calls[0].request<client::onekeyHelpUploadReq>(2).content(), std::string("tail"));
-    // Uploads carry no deadline and no metadata of ours.
-    QCOMPARE(calls[0].deadlineSeconds, -1.0);
-    QCOMPARE(calls[0].metadata.count("gatewayaccesstoken"), size_t(0));
-    QCOMPARE(calls[0].metadata.count("client-language"), size_t(0));
-}
-
-// The stream's context is published: stop() breaks the upload, and a write then fails.
+// The stream's context is published: stop() cancels it, says so, and a write then fails.
 void TestFrame::stopBreaksStream()
 {
-    vditest::TestServer server;
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    worker.initServerType(1);
-    server.connect(worker);
-
+    Bed bed;
+    bed.worker.initServerType(1);  // the upload stub exists in a gateway deployment
+    bed.server.connect(bed.worker);
     bool failedAfterStop = false;
     UploadResult result;
-    auto write = [&](grpc::ClientWriter<client::onekeyHelpUploadReq>& writer) {
+    auto write = [&](UploadWriter& writer) {
         client::onekeyHelpUploadReq message;
-        writeMeta(writer, message);
-        worker.stop();
+        message.mutable_onekeyhelpuploadreqmeta()->set_taskid(77);
+        writer.Write(message);
+        bed.worker.stop();
         message.set_content(std::string(65536, 'y'));
         for (int i = 0; i < 100 && !failedAfterStop; ++i)
             failedAfterStop = !writer.Write(message);
     };
-    probe.streamCall(RpcShape::at("upload").deadline(CallContext::Unlimited), probe.stubUpload(),
-                     &client::ClientCore::Stub::onekeyHelpUseGateway, write, result);
+    vditest::LogCapture log;
+    bed.probe.streamCall(RpcShape::at("upload").deadline(CallContext::Unlimited), bed.probe.stubUpload(),
+                         &client::ClientCore::Stub::onekeyHelpUseGateway, write, result);
     QVERIFY(failedAfterStop);
     QCOMPARE(result.status.error_code(), grpc::StatusCode::CANCELLED);
+    QVERIFY(log.contains(QStringLiteral("VdiDesktopGrpcWorker::stop try cancel"), QtDebugMsg));
 }
 
 void TestFrame::streamWithoutStubIsSkipped()
@@ -513,8 +414,8 @@ void TestFrame::streamWithoutStubIsSkipped()
     bool wrote = false;
     UploadResult result;
     QCOMPARE(probe.streamCall(RpcShape::at("upload").onNullStub("upload stub is null."), probe.stubUpload(),
-                              &client::ClientCore::Stub::onekeyHelpUseGateway,
-                              [&wrote](grpc::ClientWriter<client::onekeyHelpUploadReq>&) { wrote = true; }, result),
+                              &client::ClientCore::Stub::onekeyHelpUseGateway, [&wrote](UploadWriter&) { wrote = true; },
+                              result),
              CallOutcome::NullStubIgnored);
     QVERIFY(!wrote);
     QVERIFY(log.contains(QStringLiteral("upload stub is null."), QtCriticalMsg));
@@ -527,11 +428,9 @@ void TestFrame::stopRacesHandlerStarts()
 {
     const int rounds = qEnvironmentVariableIntValue("VDI_RACE_ROUNDS") > 0 ? qEnvironmentVariableIntValue("VDI_RACE_ROUNDS")
                                                                            : 300;
-    vditest::TestServer server;
-    server->setDelay(kControllerIp, 1);
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    server.connect(worker);
+    Bed bed;
+    bed.server->setDelay(kControllerIp, 1);
+    VdiDesktopGrpcWorker& worker = bed.worker;
     vditest::LogCapture log;  // thousands of lines: kept out of the test output
 
     std::atomic<bool> done{false};
@@ -561,8 +460,8 @@ void TestFrame::stopRacesHandlerStarts()
     QVERIFY(stops > 0);
     // Every handler made its call, cancelled or not, and logged the reply.
     QCOMPARE(log.count(QStringLiteral("reply:")), rounds);
-    QVERIFY(!probe.hasCurrentContext());
-    QCOMPARE(probe.timeoutSeconds(), 30);
+    QVERIFY(!bed.probe.hasCurrentContext());
+    QCOMPARE(bed.probe.timeoutSeconds(), 30);
 }
 
 VDI_TEST_MAIN(TestFrame)
