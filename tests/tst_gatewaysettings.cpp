@@ -7,12 +7,10 @@
 #include <atomic>
 
 // The file holds the gateway password in the clear: it and its folders must be owner-only from
-// their first byte. A save is watched with umask 0, so that a file or folder made without an
-// explicit owner-only mode is readable by all when it appears, and stays so unless its mode is
-// changed. This binary's own chmod, fchmod and fchmodat come first in symbol lookup (Qt's and
-// the library's calls land here and go on to libc) and note every inode they take group or
-// other bits from. A save that leaves its file and folders owner-only and took such bits from
-// nothing made them owner-only from the start; and the password went into the file's own inode.
+// their first byte. A save runs with umask 0, so anything made without an explicit owner-only
+// mode appears readable by all; this binary's own chmod, fchmod and fchmodat, found before libc's
+// by Qt and the library alike, note every inode they take group or other bits from. Owner-only
+// modes after a save that tightened nothing mean owner-only from the start, in the file's own inode.
 namespace {
 std::atomic<bool> g_watching{false};
 QList<qulonglong> g_tightened;
