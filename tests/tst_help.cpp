@@ -7,13 +7,10 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-
 #include <QBuffer>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QThread>
@@ -90,35 +87,19 @@ QString text(const std::string& bytes)
     return QString::fromStdString(bytes);
 }
 
-// The report's words as sent: all but the address, the url, getLog and the mode.
-QStringList sentWords(const client::OnekeyHelpReq& sent)
-{
-    return {text(sent.usermac()),     text(sent.realname()),    text(sent.phonenumber()), text(sent.email()),
-            text(sent.problemtype()), text(sent.problemdesc()), text(sent.vmip())};
-}
-
 QStringList chownArgs(const QString& user)
 {
     return {"-R", user + ':' + user, "/home/" + user + "/Downloads"};
 }
 
-QStringList uploadTypes(const vditest::TestServer& server)
-{
-    QStringList types;
-    for (const auto& call : server->calls(kUpload))
-        types << text(call.request<client::onekeyHelpUploadReq>(0).onekeyhelpuploadreqmeta().filetype());
-    return types;
-}
-
 Entries zipEntries(const QByteArray& zip)
 {
-    QBuffer list, content;
-    list.setData(zip);
-    content.setData(zip);
+    QBuffer buffer;
+    buffer.setData(zip);
     QTemporaryDir out;
+    JlCompress::extractDir(&buffer, out.path());
     Entries entries;
-    JlCompress::extractDir(&content, out.path());
-    for (const QString& name : JlCompress::getFileList(&list)) {
+    for (const QString& name : JlCompress::getFileList(&buffer)) {
         QFile file(out.filePath(name));
         entries[name] = name.endsWith('/') || !file.open(QIODevice::ReadOnly) ? QByteArray() : file.readAll();
     }
@@ -140,18 +121,14 @@ Entries ours(Entries entries, const QStringList& also = {})
 QString uploadMismatch(const vdifake::RecordedCall& call, qint64 taskId, const QString& type, const Entries& expected,
                        const QDateTime& before = {}, const QDateTime& after = {})
 {
-    if (call.requests.size() < 2)
-        return QStringLiteral("%1 messages").arg(call.requests.size());
-    if (call.deadlineSeconds != -1.0 || call.metadata.count("gatewayaccesstoken") || call.metadata.count("client-language"))
-        return QStringLiteral("a deadline or metadata");
-    const auto first = call.request<client::onekeyHelpUploadReq>(0);
-    const auto& meta = first.onekeyhelpuploadreqmeta();
+    if (call.requests.size() < 2 || call.deadlineSeconds != -1.0 || call.metadata.count("gatewayaccesstoken")
+        || call.metadata.count("client-language"))
+        return QStringLiteral("%1 messages, or a deadline or metadata").arg(call.requests.size());
+    const auto meta = call.request<client::onekeyHelpUploadReq>(0).onekeyhelpuploadreqmeta();
     const QString name = text(meta.filename());
     const QString prefix = type == QLatin1String("ScreenShot") ? QStringLiteral("ClientImage_") : QStringLiteral("Client_");
-    const auto match = QRegularExpression('^' + prefix + "(\\d{8}_\\d{6})\\.zip$").match(name);
-    const QDateTime stamp = QDateTime::fromString(match.captured(1), QStringLiteral("yyyyMMdd_hhmmss"));
-    if (!first.has_onekeyhelpuploadreqmeta() || meta.taskid() != taskId
-        || text(meta.filetype()) != type || !match.hasMatch()
+    const QDateTime stamp = QDateTime::fromString(name, '\'' + prefix + "'yyyyMMdd_hhmmss'.zip'");
+    if (meta.taskid() != taskId || text(meta.filetype()) != type || !stamp.isValid()
         || (before.isValid() && (stamp < before.addMSecs(-before.time().msec()) || stamp > after)))
         return QStringLiteral("meta: %1 %2 %3").arg(meta.taskid()).arg(text(meta.filetype()), name);
     QByteArray zip;
@@ -164,27 +141,20 @@ QString uploadMismatch(const vdifake::RecordedCall& call, qint64 taskId, const Q
         zip += QByteArray::fromStdString(chunk.content());
     }
     const Entries received = type == QLatin1String("ClientLog") ? ours(zipEntries(zip), expected.keys()) : zipEntries(zip);
-    if (received.keys() != expected.keys())
-        return QStringLiteral("entries: ") + received.keys().join(' ');
-    for (const QString& key : expected.keys()) {
-        if (received.value(key) != expected.value(key))
-            return QStringLiteral("content of ") + key;
-    }
-    return QString();
+    return received == expected ? QString() : QStringLiteral("entries: ") + received.keys().join(' ');
 }
 
 // Every line of the request's own steps names the request; no line names a lambda. Returns how
 // many lines of those steps there were, or -1.
 int stepLinesNamingRequest(const vditest::LogCapture& log)
 {
-    static const QStringList steps{"ipList", "TcpSocket Connected, ip =", "ready to send meta data for image package.",
-                                   "open image package file = ", "open log package file = ", "broken stream for upload file = ",
-                                   "Succeed in sending file = ", "Failed to send file = ", "Succeed in deleting file = ",
-                                   "stubUpload is null.", "upload package IMAGE file not exist.",
-                                   "upload package LOG file not exist."};
+    static const QRegularExpression steps(QStringLiteral(
+        "ipList|TcpSocket Connected, ip =|ready to send meta data for image package\\.|open (image|log) package file = "
+        "|broken stream for upload file = |Succeed in (sending|deleting) file = |Failed to send file = "
+        "|stubUpload is null\\.|upload package (IMAGE|LOG) file not exist\\."));
     int named = 0;
     for (const auto& line : log.lines()) {
-        const bool step = std::any_of(steps.begin(), steps.end(), [&](const QString& s) { return line.second.contains(s); });
+        const bool step = line.second.contains(steps);
         if (line.second.contains(QLatin1String("operator()"))
             || (step && !line.second.startsWith(QLatin1String("[ sendUserAskHelpInfo ]")))) {
             qWarning("a line names a lambda, or a step's line not the request: %s", qPrintable(line.second));
@@ -338,14 +308,14 @@ void TestHelp::report_data()
     const QString shot = QStringLiteral("file:///secret-shot.png");
     const QString none;
     QTest::newRow("no address") << Report{0, ";;", shot, none, 0, none, none};
-    QTest::newRow("no screenshots") << Report{0, "127.0.0.1", none, none, 0, "127.0.0.1", none};
     QTest::newRow("unbindable first") << Report{0, "192.0.2.1;127.0.0.1", shot, none, 0, "127.0.0.1", none};
     QTest::newRow("first reaches") << Report{0, ";127.0.0.2;;127.0.0.1", shot, none, 0, "127.0.0.2", none};
     QTest::newRow("none reaches") << Report{0, "192.0.2.1;198.51.100.7", shot, none, 0, "198.51.100.7", none};
     QTest::newRow("server type 2") << Report{2, "192.0.2.1;127.0.0.1", shot, none, 0, "127.0.0.1", none};
     QTest::newRow("gateway, no probe") << Report{1, "192.0.2.1;127.0.0.1", shot, none, 0, "192.0.2.1", none};
     // The text of a missing address gives way to the server's, empty or not, and to a failure's;
-    // stopping, the failure fills nothing and what was there before the call stays.
+    // stopping, the failure fills nothing and what was there before the call stays. Without
+    // screenshots no url is sent.
     QTest::newRow("the server's text") << Report{0, ";;", none, "服务端说明", 0, none, "服务端说明"};
     QTest::newRow("a failed call") << Report{0, ";;", none, none, 1, none, "服务器连接失败，请检查网络等相关配置或联系管理员。"};
     QTest::newRow("stopped, no address") << Report{0, ";;", none, none, 2, none, "请检查网络等相关配置或联系管理员"};
@@ -378,22 +348,18 @@ void TestHelp::report()
     QCOMPARE(stepLinesNamingRequest(bed.log), 1 + (probed ? 1 : 0) + (row.serverType == 1 ? 1 : 0));
     QCOMPARE(bed.server->callCount(kHelp), 1);
     const vdifake::RecordedCall call = bed.server->calls(kHelp).at(0);
-    const auto sent = call.request<client::OnekeyHelpReq>();
-    QCOMPARE(text(sent.ip()), row.sentIp);
     // Screenshots are fetched from the chosen address; the terminal's own url is not sent.
-    const QString sentUrl = QStringLiteral("http://%1:9001/oneKeyHelpImageCollection").arg(row.sentIp);
-    QCOMPARE(text(sent.screenshoturl()), row.screenShotUrl.isEmpty() ? QString() : sentUrl);
+    const QString url = row.screenShotUrl.isEmpty() ? QString() : "http://" + row.sentIp + ":9001/oneKeyHelpImageCollection";
+    QCOMPARE(vditest::wireMismatch(call.request<client::OnekeyHelpReq>(),
+                                   QStringLiteral("ip: '%1' screenShotUrl: '%2' useGateway: %3")
+                                       .arg(row.sentIp, url, QString::number(row.serverType))),
+             QString());
     QVERIFY(call.requests.at(0).find("secret-shot") == std::string::npos);
-    QCOMPARE(sent.usegateway(), row.serverType);
-    const tagOneKeyHelpInfoRequest asked = helpRequest(0, row.screenShotUrl, row.ip);
-    QCOMPARE(sentWords(sent), QStringList({asked.userMac, asked.realName, asked.phoneNumber, asked.email,
-                                           asked.problemType, asked.problemDesc, asked.vmIp}));
-    QCOMPARE(call.deadlineSeconds, -1.0);
-    QCOMPARE(call.metadata.count("gatewayaccesstoken"), size_t(0));
-    QCOMPARE(call.metadata.count("client-language"), size_t(0));
+    QVERIFY(call.deadlineSeconds == -1.0 && !call.metadata.count("gatewayaccesstoken")
+            && !call.metadata.count("client-language"));
 }
 
-// The facade sends the user's words alone: nothing of its cached identity.
+// The facade sends the user's words alone, each where the worker puts it: nothing of its cached identity.
 void TestHelp::facadeSendsTheUsersWordsAlone()
 {
     vditest::TestServer server;
@@ -404,14 +370,15 @@ void TestHelp::facadeSendsTheUsersWordsAlone()
     facade.setLocalIP(QStringLiteral("10.9.9.9"));
     QSignalSpy spy(&facade, &VdiDesktopGrpcThread::SendUserAskHelpInfoResult);
 
-    facade.sendUserAskInfo(QString(), "张三", "138", "e@x", "黑屏", "froze", 3, QString(), "127.0.0.1", "10.1.1.9");
+    facade.sendUserAskInfo("02:00:00:00:00:07", "张三", "138", "e@x", "黑屏", "froze", 3, "x", "127.0.0.1", "10.1.1.9");
     QVERIFY(spy.wait(5000));
     QCOMPARE(spy.at(0).at(0).value<OneKeyHelpInfoReply>().taskId, qint64(9090));
     QCOMPARE(spy.at(0).at(1).toBool(), true);
-    const auto sent = server->calls(kHelp).at(0).request<client::OnekeyHelpReq>();
-    QCOMPARE(sentWords(sent), QStringList({"", "张三", "138", "e@x", "黑屏", "froze", "10.1.1.9"}));
-    QCOMPARE(sent.getlog(), 3);
-    QCOMPARE(sent.ip(), std::string("127.0.0.1"));
+    QCOMPARE(vditest::wireMismatch(vditest::lastRequest<client::OnekeyHelpReq>(server, kHelp),
+                                   "userMac: '02:00:00:00:00:07' realName: '张三' phoneNumber: '138' email: 'e@x' "
+                                   "problemType: '黑屏' problemDesc: 'froze' getLog: 3 ip: '127.0.0.1' vmIp: '10.1.1.9' "
+                                   "screenShotUrl: 'http://127.0.0.1:9001/oneKeyHelpImageCollection'"),
+             QString());
     facade.stop();
 }
 
@@ -421,13 +388,10 @@ void TestHelp::packagesUploaded_data()
     QTest::addColumn<bool>("reportFails");
     QTest::addColumn<int>("serverCode");
     QTest::addColumn<int>("failedUploads");
-    QTest::addColumn<bool>("flag");
-    QTest::newRow("accepted") << true << false << 0 << 0 << true;
-    QTest::newRow("home without Downloads") << false << false << 0 << 0 << true;
-    QTest::newRow("report refused") << true << false << 7 << 0 << false;
-    QTest::newRow("report failed") << true << true << 0 << 0 << false;
-    QTest::newRow("uploads fail") << true << false << 0 << 2 << true;
-    QTest::newRow("first upload fails") << true << false << 0 << 1 << true;
+    QTest::newRow("accepted") << true << false << 0 << 0;
+    QTest::newRow("report refused, home without Downloads") << false << false << 7 << 0;
+    QTest::newRow("report and uploads failed") << true << true << 0 << 2;
+    QTest::newRow("first upload fails") << true << false << 0 << 1;
 }
 
 // Both packages, made in the Downloads folder (made first where missing, and handed to the user
@@ -440,7 +404,6 @@ void TestHelp::packagesUploaded()
     QFETCH(bool, reportFails);
     QFETCH(int, serverCode);
     QFETCH(int, failedUploads);
-    QFETCH(bool, flag);
     if (!downloadsFolder)
         QVERIFY(QDir(downloads()).removeRecursively());
     fillLatinTree();
@@ -457,7 +420,7 @@ void TestHelp::packagesUploaded()
     const QDateTime before = QDateTime::currentDateTime();
     QVERIFY(bed.ask(1, QStringLiteral("shots")));
     const QDateTime after = QDateTime::currentDateTime();
-    QCOMPARE(bed.answers[0].flag, flag);
+    QCOMPARE(bed.answers[0].flag, !reportFails && serverCode == 0);
     QCOMPARE(bed.answers[0].reply.taskId, taskId);
     QCOMPARE(bed.answers[0].reply.error.errorCode, reportFails ? 14 : serverCode);
     QCOMPARE(bed.answers[0].uploads, 2);  // the result comes after both uploads and deletions
@@ -468,11 +431,9 @@ void TestHelp::packagesUploaded()
     QCOMPARE(uploadMismatch(calls[0], taskId, "ScreenShot", m_image, before, after), QString());  // the subfolder too
     QCOMPARE(uploadMismatch(calls[1], taskId, "ClientLog", m_logs, before, after), QString());  // no link, no subfolder
     QVERIFY(QFileInfo(downloads()).isDir());
-    QCOMPARE(filesIn(downloads()), QStringList());
-    QCOMPARE(toolCalls("chown"), QList<QStringList>({chownArgs(userName()), chownArgs(userName())}));
+    // The fake sudo hands chown and dpkg their arguments as they came.
     const QStringList chown = QStringList("chown") + chownArgs(userName());
     QCOMPARE(toolCalls("sudo"), QList<QStringList>({chown, chown, {"dpkg", "-l", kVersionArgs}}));
-    QCOMPARE(toolCalls("dpkg"), QList<QStringList>({{"-l", kVersionArgs}}));
     QCOMPARE(bed.log.count(QStringLiteral("Current oakdesk version = ") + " \"" + m_version5 + '"', QtDebugMsg), 1);
     QVERIFY(!bed.log.contains(QStringLiteral("Directory is empty")));
     QCOMPARE(bed.log.count(QStringLiteral("Failed to send file = ")), failedUploads);
@@ -489,12 +450,10 @@ void TestHelp::packagesAsked_data()
     QTest::addColumn<QString>("screenShotUrl");
     QTest::addColumn<QStringList>("types");
     const QStringList none, logs{"ClientLog"}, shots{"ScreenShot"};
-    QTest::newRow("getLog 0") << 1 << 0 << "" << none;
     QTest::newRow("getLog 1") << 1 << 1 << "" << logs;
-    QTest::newRow("getLog 2") << 1 << 2 << "" << none;
-    QTest::newRow("getLog 3") << 1 << 3 << "" << logs;
     QTest::newRow("getLog 5") << 1 << 5 << "" << none;
     QTest::newRow("screenshots") << 1 << 0 << "x" << shots;
+    QTest::newRow("screenshots, getLog 2") << 1 << 2 << "x" << shots;
     QTest::newRow("screenshots, getLog 3") << 1 << 3 << "x" << (shots + logs);
     QTest::newRow("direct") << 0 << 3 << "x" << none;
     QTest::newRow("server type 2") << 2 << 1 << "x" << none;
@@ -516,11 +475,13 @@ void TestHelp::packagesAsked()
     QCOMPARE(bed.answers.size(), 2);
     QVERIFY(bed.answers[0].flag);
     QCOMPARE(bed.server->calls(kHelp).at(0).request<client::OnekeyHelpReq>().getlog(), getLog);
-    QCOMPARE(uploadTypes(bed.server), types + types);
+    QStringList uploaded;
+    for (const auto& call : bed.server->calls(kUpload))
+        uploaded << text(call.request<client::onekeyHelpUploadReq>(0).onekeyhelpuploadreqmeta().filetype());
+    QCOMPARE(uploaded, types + types);
     QCOMPARE(toolCalls("w").size(), types.isEmpty() ? 0 : 1);
     QCOMPARE(toolCalls("chown").size(), 2 * types.size());
-    for (const char* tool : {"sudo", "dpkg"})
-        QVERIFY2(!types.isEmpty() || toolCalls(tool).isEmpty(), tool);
+    QVERIFY(!types.isEmpty() || toolCalls("sudo").isEmpty());  // dpkg is reached through sudo alone
     QCOMPARE(filesIn(downloads()), QStringList());
 }
 
@@ -551,8 +512,6 @@ void TestHelp::nothingPackaged()
 
     QVERIFY(bed.ask(1, QStringLiteral("shots")));
     QVERIFY(bed.answers[0].flag);
-    QCOMPARE(bed.answers[0].reply.taskId, qint64(9));
-    QCOMPARE(bed.server->callCount(kHelp), 1);
     QCOMPARE(bed.server->callCount(kUpload), 0);
     QCOMPARE(toolCalls("w").size(), 1);
     QVERIFY(toolCalls("chown").isEmpty());
@@ -608,11 +567,7 @@ void TestHelp::everyBadEntryDropped_data()
 {
     // Letters stand for entries: m missing, u unreadable, r readable.
     QTest::addColumn<QString>("entries");
-    QTest::newRow("all readable") << "rrr";
-    QTest::newRow("two bad at the front") << "mmrr";
-    QTest::newRow("two bad at the back") << "rrum";
-    QTest::newRow("bad at both ends") << "umrrmu";
-    QTest::newRow("alternating") << "mrurmr";
+    QTest::newRow("bad at both ends, alternating between") << "mumrrurmum";
     QTest::newRow("all bad") << "mumu";
 }
 
@@ -640,29 +595,20 @@ void TestHelp::everyBadEntryDropped()
 
 void TestHelp::userNameQuoted_data()
 {
-    QTest::addColumn<QString>("name");        // @T@: the tree, @U@: the user of the tree
-    QTest::addColumn<QString>("unsafeForm");  // a command that the name turns into two
+    QTest::addColumn<QString>("name");  // @T@: the tree, @U@: the user of the tree
     // Two display users: one name with a line break.
-    QTest::newRow("two users") << "@U@\nsecond" << "";
-    // Under the tree, as the folders of a package may be made there.
-    QTest::newRow("command after the name") << "@U@/x;touch${IFS}@T@/pwned;#" << "sudo chown -R %1:%1 /home/%1/Downloads";
-    QTest::newRow("quote after the x") << "@U@/x';touch${IFS}@T@/pwned;#" << "sudo chown -R '%1:%1' '/home/%1/Downloads'";
+    QTest::newRow("two users") << "@U@\nsecond";
+    // Under the tree, as the folders of a package may be made there. Unquoted, or quoted without
+    // care for its quote, the name runs a command of its own.
+    QTest::newRow("command after the name") << "@U@/x;touch${IFS}@T@/pwned;#";
+    QTest::newRow("quote after the x") << "@U@/x';touch${IFS}@T@/pwned;#";
 }
 
 void TestHelp::userNameQuoted()
 {
     QFETCH(QString, name);
-    QFETCH(QString, unsafeForm);
     name.replace("@T@", m_tree->path()).replace("@U@", userName());
     const QString pwned = m_tree->path() + QStringLiteral("/pwned");
-    if (!unsafeForm.isEmpty()) {
-        // The name is live: written into the command as it stands, it runs a command of its own.
-        QProcess sh;
-        sh.start("sh", {"-c", unsafeForm.arg(name)});
-        QVERIFY(sh.waitForFinished(5000));
-        QVERIFY(QFile::remove(pwned));
-        m_fakes->clearCalls();
-    }
     setUsers({name});  // two lines for two users
     QVERIFY(QDir().mkpath("/home/" + name));  // under the tree: a home of its own for each name
     Bed bed(1, downloads());
@@ -678,13 +624,13 @@ void TestHelp::fieldMaps_data()
     using vditest::Check;
     QTest::addColumn<Check>("check");
     using R = tagOneKeyHelpInfoRequest;
-    vditest::requestRow("request", 
-            &H::toOneKeyHelpReq,
-            vditest::FieldMap<R>{VDI_FIELD(R, userMac, "userMac"), VDI_FIELD(R, realName, "realName"),
-                                 VDI_FIELD(R, phoneNumber, "phoneNumber"), VDI_FIELD(R, email, "email"),
-                                 VDI_FIELD(R, problemType, "problemType"), VDI_FIELD(R, problemDesc, "problemDesc"),
-                                 VDI_FIELD(R, getLog, "getLog"), VDI_FIELD(R, screenShotUrl, "screenShotUrl"),
-                                 VDI_FIELD(R, ip, "ip"), VDI_FIELD(R, vmIp, "vmIp")});
+    vditest::requestRow("request", &H::toOneKeyHelpReq,
+                        vditest::FieldMap<R>{VDI_FIELD(R, userMac, "userMac"), VDI_FIELD(R, realName, "realName"),
+                                             VDI_FIELD(R, phoneNumber, "phoneNumber"), VDI_FIELD(R, email, "email"),
+                                             VDI_FIELD(R, problemType, "problemType"),
+                                             VDI_FIELD(R, problemDesc, "problemDesc"), VDI_FIELD(R, getLog, "getLog"),
+                                             VDI_FIELD(R, screenShotUrl, "screenShotUrl"), VDI_FIELD(R, ip, "ip"),
+                                             VDI_FIELD(R, vmIp, "vmIp")});
     using Y = tagOneKeyHelpInfoReply;
     vditest::replyRow("reply", &H::fromOneKeyHelpResq, vditest::withError<Y>({VDI_FIELD(Y, taskId, "taskId")}));
 }
