@@ -3,10 +3,7 @@
 #include "testsupport.h"
 #include "fieldmap.h"
 
-#include <functional>
-
 #include <QCoreApplication>
-#include <QDir>
 #include <QSysInfo>
 
 namespace {
@@ -53,22 +50,18 @@ class TestAccount : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void init();
     void facadeRequestsOnTheWire();
     void ldapRoad_data();
     void ldapRoad();
     void webSsoSendsNothing();
     void loginCodeStaysInCache();
     void terminalAuthorityPassword();
-    void checkUpgradeBehindGateway_data();
     void checkUpgradeBehindGateway();
     void nextCloudAddress_data();
     void nextCloudAddress();
-    void individualConfigTwice();
     void loginOptionFailures();
     void quantumBind_data();
     void quantumBind();
-    void quantumConfigIsNeverAnswered();
     void fieldMaps_data();
     void fieldMaps() { VDI_RUN_CHECK(); }
 };
@@ -78,14 +71,9 @@ void TestAccount::initTestCase()
     QCoreApplication::setApplicationName(QStringLiteral("tst-account-client"));
 }
 
-void TestAccount::init()
-{
-    QDir(vditest::homePath() + QStringLiteral("/Documents")).removeRecursively();
-    vditest::makeDocumentsDir();
-}
-
 // Runs first: nothing in this suite registers a meta-type before it, so the facade alone must
-// have made every record of these signals known to queued connections.
+// have made every record of these signals known to queued connections. The individual
+// configuration is answered twice from one call; the quantum configuration is never answered.
 void TestAccount::facadeRequestsOnTheWire()
 {
     vditest::TestServer server;
@@ -100,21 +88,34 @@ void TestAccount::facadeRequestsOnTheWire()
     QSignalSpy modified(&facade, &VdiDesktopGrpcThread::modifyPasswordResult);
     QSignalSpy release(&facade, &VdiDesktopGrpcThread::requestTerminalAuthorityPasswordResult);
     QSignalSpy nextCloud(&facade, &VdiDesktopGrpcThread::queryNextCloudInfoResult);
+    QSignalSpy individual(&facade, &VdiDesktopGrpcThread::queryIndividualConfigInfoResultForGrpcThread);
+    QSignalSpy quantum(&facade, &VdiDesktopGrpcThread::onQuantumConfigResp);
     QSignalSpy config(&facade, &VdiDesktopGrpcThread::signalQueryLoginConfigResult);
+    vditest::LogCapture log;
 
     facade.checkUpgrade(QStringLiteral("1.0.3"));
     emit facade.userQuantumBindReq(QStringLiteral("alice"), QStringLiteral("1001"), QStringLiteral("spm-9"));
     facade.modifyPassword(QStringLiteral("other-user"), QStringLiteral("old-pw"), QStringLiteral("new-pw"));
     facade.requestTerminalAuthorityPassword(VdiGrpc::tagClientType(3));
     facade.queryNextCloudInfo(5000000000LL);
+    facade.queryIndividualConfigForVdidesktopGrpcThread();
+    emit facade.quantumConfigReq(QStringLiteral("anyone"));
     facade.queryLoginConfig();
 
+    // The worker answers in order: every answer is in once the last one is.
     QTRY_COMPARE(config.count(), 1);
     for (QSignalSpy* spy : {&upgrade, &modified, &release, &nextCloud, &config}) {
         QCOMPARE(spy->count(), 1);
         QCOMPARE(spy->at(0).at(1).toBool(), true);
     }
     QCOMPARE(bind.count(), 1);
+    QCOMPARE(individual.count(), 2);
+    for (const QList<QVariant>& result : qAsConst(individual))
+        QCOMPARE(result.at(1).toBool(), true);
+    QCOMPARE(server->callCount(kIndividual), 1);
+    QCOMPARE(lastRequest<client::IndividualConfigReq>(server, kIndividual).type(), 1);
+    QCOMPARE(quantum.count(), 0);
+    QVERIFY(log.contains(QStringLiteral("quantum not surpported by this client! stay tuned!"), QtInfoMsg));
 
     QCOMPARE(wireMismatch(lastRequest<client::UpgradeReq>(server, kUpgrade),
                           QStringLiteral("client_name: 'tst-account-client' client_version: '1.0.3' client_type: '1' "
@@ -210,7 +211,6 @@ void TestAccount::webSsoSendsNothing()
 
     facade.checkPassword(QStringLiteral("plain-user"), QStringLiteral("plain-pw"), false);
     QTRY_COMPARE(checked.count(), 1);
-    QVERIFY(!checked.wait(300));
     QCOMPARE(server->callCount(kCheckPassword), 1);
     QCOMPARE(lastRequest<client::CheckPasswordReq>(server, kCheckPassword).client_base_info().name(),
              std::string("plain-user"));
@@ -284,37 +284,20 @@ void TestAccount::terminalAuthorityPassword()
     QCOMPARE(log.count(QString::fromStdString(password)), 0);
 }
 
-void TestAccount::checkUpgradeBehindGateway_data()
-{
-    QTest::addColumn<bool>("withStub");
-    QTest::newRow("with stub") << true;
-    QTest::newRow("without stub") << false;
-}
-
+// A gateway deployment offers no upgrade: a warning, no call and no answer.
 void TestAccount::checkUpgradeBehindGateway()
 {
-    QFETCH(bool, withStub);
     vditest::TestServer server;
     VdiDesktopGrpcWorker worker;
     worker.initServerType(1);
-    if (withStub)
-        server.connect(worker);
+    server.connect(worker);
     QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::checkUpgradeResult);
     vditest::LogCapture log;
 
     worker.checkUpgrade(tagUpgradeRequest());
     QCOMPARE(log.count(QStringLiteral("gateway type, no check upgrade"), QtWarningMsg), 1);
-    QVERIFY(!log.contains(QStringLiteral("stub is null")));
-    QVERIFY(!log.contains(vditest::kRebuildLine));
     QCOMPARE(spy.count(), 0);
     QCOMPARE(server->callCount(kUpgrade), 0);
-
-    // The same worker asks as soon as it talks to a controller.
-    worker.initServerType(0);
-    server.connect(worker);
-    worker.checkUpgrade(tagUpgradeRequest());
-    QCOMPARE(spy.count(), 1);
-    QCOMPARE(server->callCount(kUpgrade), 1);
 }
 
 void TestAccount::nextCloudAddress_data()
@@ -352,24 +335,6 @@ void TestAccount::nextCloudAddress()
     const NextCloudInfoResp reply = spy.at(0).at(0).value<NextCloudInfoResp>();
     QCOMPARE(reply.serverIp, delivered);
     QCOMPARE(reply.port, QStringLiteral("8443"));
-}
-
-// One call, and the application hears the answer twice.
-void TestAccount::individualConfigTwice()
-{
-    vditest::TestServer server;
-    VdiDesktopGrpcThread facade;
-    server.connect(facade);
-    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::queryIndividualConfigInfoResultForGrpcThread);
-
-    facade.queryIndividualConfigForVdidesktopGrpcThread();
-    QTRY_COMPARE(spy.count(), 2);
-    QVERIFY(!spy.wait(300));
-    QCOMPARE(server->callCount(kIndividual), 1);
-    QCOMPARE(lastRequest<client::IndividualConfigReq>(server, kIndividual).type(), 1);
-    for (const QList<QVariant>& result : qAsConst(spy))
-        QCOMPARE(result.at(1).toBool(), true);
-    facade.stop();
 }
 
 // Failures of the two login option handlers and of the LDAP check, each with its own lines.
@@ -450,21 +415,6 @@ void TestAccount::quantumBind()
     QVERIFY2(log.contains(line), qPrintable(log.dump()));
     QVERIFY(!log.contains(vditest::kRebuildLine));
     QCOMPARE(server->callCount(kBind), withStub ? 1 : 0);
-}
-
-void TestAccount::quantumConfigIsNeverAnswered()
-{
-    vditest::TestServer server;
-    VdiDesktopGrpcThread facade;
-    server.connect(facade);
-    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::onQuantumConfigResp);
-    vditest::LogCapture log;
-
-    emit facade.quantumConfigReq(QStringLiteral("anyone"));
-    QTRY_VERIFY(log.contains(QStringLiteral("quantum not surpported by this client! stay tuned!"), QtInfoMsg));
-    QVERIFY(!spy.wait(300));
-    QCOMPARE(server->callCount(), 0);
-    facade.stop();
 }
 
 void TestAccount::fieldMaps_data()
