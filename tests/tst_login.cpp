@@ -35,16 +35,55 @@ void setGatewayToken(const vditest::TestServer& server, const std::string& token
     server->setReply(kLoginGateway, reply);
 }
 
-QMap<QString, QString> settingsFile(VdiDesktopGrpcWorker& worker)
+// The gateway's user, password and token in the settings file, as "user/password/token".
+QString savedGateway(VdiDesktopGrpcWorker& worker)
 {
     QSettings settings(worker.getGatewaySettingsFilePath(), QSettings::IniFormat);
     settings.setIniCodec("UTF-8");
     settings.beginGroup(QStringLiteral("GATEWAYINFO"));
-    QMap<QString, QString> values;
-    for (const QString& key : settings.childKeys())
-        values[key] = settings.value(key).toString();
-    return values;
+    QStringList values;
+    for (const char* key : {"user", "password", "token"})
+        values << settings.value(QLatin1String(key)).toString();
+    return values.join(QLatin1Char('/'));
 }
+
+void saveCredentials(const QString& user, const QString& password, const std::string& token)
+{
+    VdiDesktopGrpcWorker writer;
+    VdiWorkerProbe(writer).setGatewayCredentials(token, user, password);
+    writer.saveGatewayInfo();
+}
+
+// Each login answer that the spy caught, as "flag code 'zh' 'en'", one a line.
+QString answers(const QSignalSpy& spy)
+{
+    QStringList lines;
+    for (const QList<QVariant>& answer : spy) {
+        const tagErrorData error = answer.at(0).value<tagLoginReply>().error;
+        lines << QStringLiteral("%1 %2 '%3' '%4'")
+                     .arg(QLatin1String(answer.at(1).toBool() ? "true" : "false"))
+                     .arg(error.errorCode)
+                     .arg(error.errorMsgZh, error.errorMsgEn);
+    }
+    return lines.join(QLatin1Char('\n'));
+}
+const QString kLoggedIn = QStringLiteral("true 0 '' ''");
+
+void connectGateway(VdiDesktopGrpcWorker& worker, const vditest::TestServer& server)
+{
+    worker.initServerType(1);
+    server.connect(worker);
+}
+
+// A worker in gateway mode on a test server of its own, its login answers and its requests for
+// the gateway's credentials caught.
+struct GatewayWorker {
+    vditest::TestServer server;
+    VdiDesktopGrpcWorker worker;
+    QSignalSpy result{&worker, &VdiDesktopGrpcWorker::loginResult};
+    QSignalSpy ask{&worker, &VdiDesktopGrpcWorker::inputGatewayAuthInfo};
+    GatewayWorker() { connectGateway(worker, server); }
+};
 } // namespace
 
 class TestLogin : public QObject
@@ -57,7 +96,6 @@ private slots:
     void desktopOfPasswordLoginLogged();
     void smsCodeIsOneTime();
     void sessionInfoRefill();
-    void refreshKeepsFlag();
     void slowServerText();
     void gatewayFirstStartAsksForCredentials();
     void gatewaySavedCredentials();
@@ -69,11 +107,6 @@ private slots:
     void fieldMaps_data();
     void fieldMaps() { VDI_RUN_CHECK(); }
     void extraPoolsFollowMarked();
-
-private:
-    // A worker in gateway mode, connected to the server, on the test thread.
-    void connectGateway(VdiDesktopGrpcWorker& worker, const vditest::TestServer& server);
-    void saveCredentials(const QString& user, const QString& password, const std::string& token);
 };
 
 void TestLogin::initTestCase()
@@ -87,19 +120,6 @@ void TestLogin::init()
     vditest::makeDocumentsDir();
 }
 
-void TestLogin::connectGateway(VdiDesktopGrpcWorker& worker, const vditest::TestServer& server)
-{
-    worker.initServerType(1);
-    server.connect(worker);
-}
-
-void TestLogin::saveCredentials(const QString& user, const QString& password, const std::string& token)
-{
-    VdiDesktopGrpcWorker writer;
-    VdiWorkerProbe(writer).setGatewayCredentials(token, user, password);
-    writer.saveGatewayInfo();
-}
-
 void TestLogin::variantsOnTheWire()
 {
     vditest::TestServer server;
@@ -107,8 +127,6 @@ void TestLogin::variantsOnTheWire()
     VdiThreadProbe cached(facade);
     server.connect(facade);
     tagBaseInfo base;
-    base.ip = QStringLiteral("10.0.0.2");
-    base.deviceId = QStringLiteral("dev-0");
     base.name = QStringLiteral("cached-user");
     base.password = QStringLiteral("cached-pw");
     base.vmId = 42;
@@ -124,34 +142,25 @@ void TestLogin::variantsOnTheWire()
     QTRY_COMPARE(spy.count(), 3);
     QCOMPARE(spy.at(0).at(1).toBool(), true);
 
-    struct Expected {
-        const char* authType;
-        const char* name;
-        const char* password;
-        const char* deviceId;
-        const char* smsCode;
+    const QString expected[] = {
+        QStringLiteral("auth_type: '1' name: 'cached-user' password: 'cached-pw' device_id: 'dev-1' sms_code: ''"),
+        QStringLiteral("auth_type: '0' name: 'alice' password: 'pw-a' device_id: 'dev-1' sms_code: ''"),
+        QStringLiteral("auth_type: '2' name: 'bob' password: 'pw-b' device_id: 'dev-2' sms_code: '123456'"),
     };
-    const Expected expected[] = {
-        {"1", "cached-user", "cached-pw", "dev-1", ""},
-        {"0", "alice", "pw-a", "dev-1", ""},
-        {"2", "bob", "pw-b", "dev-2", "123456"},
-    };
-    for (int i = 0; i < 3; ++i) {
-        const client::ClientBaseInfo sent = loginRequest(server, i).client_base_info();
-        QCOMPARE(sent.auth_type(), std::string(expected[i].authType));
-        QCOMPARE(sent.name(), std::string(expected[i].name));
-        QCOMPARE(sent.password(), std::string(expected[i].password));
-        QCOMPARE(sent.device_id(), std::string(expected[i].deviceId));
-        QCOMPARE(sent.sms_code(), std::string(expected[i].smsCode));
-        QCOMPARE(sent.refresh_flag(), std::string("0"));
-        QCOMPARE(sent.vm_id(), int64_t(-1));
-        QVERIFY(sent.vmuuid().empty());
-        QCOMPARE(sent.computer_type(), 0);
-    }
-    // The long overload keeps the code in the cache; so does the cache keep the stamped fields.
-    QCOMPARE(cached.baseInfo().smsCode, QStringLiteral("123456"));
-    QCOMPARE(cached.baseInfo().vmId, qint64(-1));
-    QCOMPARE(cached.baseInfo().computerType, 0);
+    const QString stamped = QStringLiteral(" refresh_flag: '0' vm_id: -1 vmUuid: '' computer_type: 0");
+    for (int i = 0; i < 3; ++i)
+        QCOMPARE(vditest::wireMismatch(loginRequest(server, i).client_base_info(), expected[i] + stamped), QString());
+    QCOMPARE(cached.baseInfo().smsCode, QStringLiteral("123456"));  // the long overload keeps the code
+
+    // A refresh sends the cached identity with its own flag, which the cache keeps.
+    QSignalSpy refreshed(&facade, &VdiDesktopGrpcThread::updateVmInfoFromServerResult);
+    vditest::LogCapture log;
+    facade.updateVmInfoFromServer();
+    QTRY_COMPARE(refreshed.count(), 1);
+    QCOMPARE(refreshed.at(0).at(1).toBool(), true);
+    QCOMPARE(loginRequest(server, 3).client_base_info().refresh_flag(), std::string("1"));
+    QCOMPARE(cached.baseInfo().refreshFlag, QStringLiteral("1"));
+    QVERIFY(log.contains(QStringLiteral(" request:\n"), QtDebugMsg));
     facade.stop();
 }
 
@@ -171,29 +180,25 @@ void TestLogin::desktopOfPasswordLoginLogged()
     facade.stop();
 }
 
+// The code goes out with the SMS login only; the ticket stays for later logins.
 void TestLogin::smsCodeIsOneTime()
 {
     vditest::TestServer server;
     VdiDesktopGrpcThread facade;
-    VdiThreadProbe cached(facade);
     server.connect(facade);
     facade.setLocalIP(QStringLiteral("10.0.0.3"));
     facade.setLocalMAC(QStringLiteral("aa:bb"));
     QSignalSpy spy(&facade, &VdiDesktopGrpcThread::loginResult);
 
     facade.loginSMS(QStringLiteral("carol"), QStringLiteral("pw"), QStringLiteral("654321"), QStringLiteral("ticket-7"));
-    QCOMPARE(cached.baseInfo().smsCode, QString());
-    QCOMPARE(cached.baseInfo().ticket, QStringLiteral("ticket-7"));
     facade.login(QStringLiteral("aa:bb"));
     QTRY_COMPARE(spy.count(), 2);
 
-    const client::ClientBaseInfo sms = loginRequest(server, 0).client_base_info();
-    QCOMPARE(sms.auth_type(), std::string("2"));
-    QCOMPARE(sms.sms_code(), std::string("654321"));
-    QCOMPARE(sms.ticket(), std::string("ticket-7"));
-    const client::ClientBaseInfo next = loginRequest(server, 1).client_base_info();
-    QVERIFY(next.sms_code().empty());
-    QCOMPARE(next.ticket(), std::string("ticket-7"));
+    QCOMPARE(vditest::wireMismatch(loginRequest(server, 0).client_base_info(),
+                                   "auth_type: '2' name: 'carol' password: 'pw' sms_code: '654321' ticket: 'ticket-7'"),
+             QString());
+    QCOMPARE(vditest::wireMismatch(loginRequest(server, 1).client_base_info(), "sms_code: '' ticket: 'ticket-7'"),
+             QString());
     facade.stop();
 }
 
@@ -217,127 +222,80 @@ void TestLogin::sessionInfoRefill()
     facade.stop();
 }
 
-void TestLogin::refreshKeepsFlag()
-{
-    vditest::TestServer server;
-    VdiDesktopGrpcThread facade;
-    VdiThreadProbe cached(facade);
-    server.connect(facade);
-    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::updateVmInfoFromServerResult);
-    vditest::LogCapture log;
-    facade.updateVmInfoFromServer();
-    QTRY_COMPARE(spy.count(), 1);
-    QCOMPARE(spy.at(0).at(1).toBool(), true);
-    QCOMPARE(loginRequest(server, 0).client_base_info().refresh_flag(), std::string("1"));
-    QCOMPARE(cached.baseInfo().refreshFlag, QStringLiteral("1"));
-    QVERIFY(log.contains(QStringLiteral(" request:\n"), QtDebugMsg));
-    facade.stop();
-}
-
+// A server too slow to log in gets our text in place of its own; the refresh keeps its words.
 void TestLogin::slowServerText()
 {
     vditest::TestServer server;
-    client::LoginResp slow;
-    slow.mutable_error()->set_error_code(4);
-    slow.mutable_error()->set_error_msg_zh("服务器忙");
-    slow.mutable_error()->set_error_msg_en("controller busy");
-    server->setReply(kLogin, slow);
-
+    server->setScript(kLogin, vditest::replyWithCode<client::LoginResp>(4, [](client::LoginResp& reply) {
+                          reply.mutable_error()->set_error_msg_zh("服务器忙");
+                          reply.mutable_error()->set_error_msg_en("controller busy");
+                      }));
     VdiDesktopGrpcWorker worker;
     server.connect(worker, true);
     QSignalSpy spy(&worker, &VdiDesktopGrpcWorker::loginResult);
     QSignalSpy refresh(&worker, &VdiDesktopGrpcWorker::updateVmInfoFromServerResult);
     worker.login(tagLoginRequest());
     worker.updateVmInfoFromServer(tagLoginRequest());
-
-    const auto reply = spy.at(0).at(0).value<tagLoginReply>();
-    QCOMPARE(spy.at(0).at(1).toBool(), false);
-    QCOMPARE(reply.error.errorMsgZh, QStringLiteral(" 服务器响应登录请求超时，请稍后重试 "));
-    QCOMPARE(reply.error.errorMsgEn, QStringLiteral("controller busy"));
-    QCOMPARE(reply.error.errorCode, 4);
-    // The refresh keeps the server's words.
-    QCOMPARE(refresh.at(0).at(0).value<tagLoginReply>().error.errorMsgZh, QStringLiteral("服务器忙"));
+    QCOMPARE(answers(spy), QStringLiteral("false 4 ' 服务器响应登录请求超时，请稍后重试 ' 'controller busy'"));
+    QCOMPARE(answers(refresh), QStringLiteral("false 4 '服务器忙' 'controller busy'"));
 }
 
 // The first start on a terminal whose home has no Documents folder: the credentials are asked
-// for once, and kept for the next start.
+// for once, and kept.
 void TestLogin::gatewayFirstStartAsksForCredentials()
 {
     QVERIFY(QDir(vditest::homePath() + QStringLiteral("/Documents")).removeRecursively());
-    vditest::TestServer server;
+    GatewayWorker gateway;
+    const vditest::TestServer& server = gateway.server;
     setAuthStatus(server, 1);
     setGatewayToken(server, "token-1");
-    VdiDesktopGrpcWorker worker;
-    connectGateway(worker, server);
-    QSignalSpy ask(&worker, &VdiDesktopGrpcWorker::inputGatewayAuthInfo);
-    QSignalSpy result(&worker, &VdiDesktopGrpcWorker::loginResult);
 
     tagLoginRequest request;
     request.baseInfo.name = QStringLiteral("parked-user");
-    worker.login(request);
-    QCOMPARE(ask.count(), 1);
-    QCOMPARE(result.count(), 0);  // parked
+    gateway.worker.login(request);
+    QCOMPARE(gateway.ask.count(), 1);
+    QCOMPARE(answers(gateway.result), QString());  // parked
     QCOMPARE(server->callCount(kLoginGateway), 0);
     QCOMPARE(server->callCount(kLogin), 0);
     const auto check = server->calls(kCheckAuth).at(0);
     QCOMPARE(check.metadataValue("gatewayaccesstoken"), std::string());
-    QCOMPARE(check.request<gateway::CheckAuthStatusReq>().ip(), std::string("0.0.0.0"));
-    QCOMPARE(check.request<gateway::CheckAuthStatusReq>().mac(), std::string("0:0:0:0"));
+    QCOMPARE(vditest::wireMismatch(check.request<gateway::CheckAuthStatusReq>(),
+                                   "ip: '0.0.0.0' mac: '0:0:0:0' client_type: '0'"),
+             QString());
 
     // The application answers; the parked login goes on with the new token.
-    worker.loginGateway(QStringLiteral("网关用户"), QStringLiteral("gw-pw"));
-    QCOMPARE(result.count(), 1);
-    QCOMPARE(result.at(0).at(1).toBool(), true);
-    const auto gatewayLogin = server->calls(kLoginGateway).at(0).request<gateway::LoginGatewayReq>();
-    QCOMPARE(QString::fromStdString(gatewayLogin.client_base_info().name()), QStringLiteral("网关用户"));
-    QCOMPARE(gatewayLogin.client_base_info().password(), std::string("gw-pw"));
+    gateway.worker.loginGateway(QStringLiteral("网关用户"), QStringLiteral("gw-pw"));
+    QCOMPARE(answers(gateway.result), kLoggedIn);
+    const auto gatewayLogin = vditest::lastRequest<gateway::LoginGatewayReq>(server, kLoginGateway);
+    QCOMPARE(vditest::wireMismatch(gatewayLogin, "client_base_info.name: '网关用户' client_base_info.password: 'gw-pw'"),
+             QString());
     QVERIFY(gatewayLogin.has_client_extend_info());
     QCOMPARE(loginRequest(server, 0).client_base_info().name(), std::string("parked-user"));
     QCOMPARE(server->calls(kLogin).at(0).metadataValue("gatewayaccesstoken"), std::string("token-1"));
-
-    const auto saved = settingsFile(worker);
-    QCOMPARE(saved.value(QStringLiteral("user")), QStringLiteral("网关用户"));
-    QCOMPARE(saved.value(QStringLiteral("password")), QStringLiteral("gw-pw"));
-    QCOMPARE(saved.value(QStringLiteral("token")), QStringLiteral("token-1"));
+    QCOMPARE(savedGateway(gateway.worker), QStringLiteral("网关用户/gw-pw/token-1"));
 
     // Every later call carries the token.
-    worker.onQueryControllerType(QString());
+    gateway.worker.onQueryControllerType(QString());
     QCOMPARE(server->calls(kWhoAreYou).at(0).metadataValue("gatewayaccesstoken"), std::string("token-1"));
-
-    // The next start logs in with the saved token and asks nothing.
-    setAuthStatus(server, 0);
-    VdiDesktopGrpcWorker next;
-    connectGateway(next, server);
-    QSignalSpy askedAgain(&next, &VdiDesktopGrpcWorker::inputGatewayAuthInfo);
-    QSignalSpy nextResult(&next, &VdiDesktopGrpcWorker::loginResult);
-    next.login(tagLoginRequest());
-    QCOMPARE(askedAgain.count(), 0);
-    QCOMPARE(nextResult.count(), 1);
-    QCOMPARE(nextResult.at(0).at(1).toBool(), true);
-    QCOMPARE(server->calls(kLogin).at(1).metadataValue("gatewayaccesstoken"), std::string("token-1"));
 }
 
 void TestLogin::gatewaySavedCredentials()
 {
     saveCredentials(QStringLiteral("saved"), QStringLiteral("saved-pw"), "old-token");
-    vditest::TestServer server;
-    setAuthStatus(server, 1);
-    setGatewayToken(server, "new-token");
-    VdiDesktopGrpcWorker worker;
-    connectGateway(worker, server);
-    QSignalSpy ask(&worker, &VdiDesktopGrpcWorker::inputGatewayAuthInfo);
-    QSignalSpy result(&worker, &VdiDesktopGrpcWorker::loginResult);
-    worker.login(tagLoginRequest());
-    QCOMPARE(ask.count(), 0);
-    QCOMPARE(result.count(), 1);
-    QCOMPARE(result.at(0).at(1).toBool(), true);
-    QCOMPARE(server->calls(kCheckAuth).at(0).metadataValue("gatewayaccesstoken"), std::string("old-token"));
-    QCOMPARE(server->calls(kLoginGateway).at(0).request<gateway::LoginGatewayReq>().client_base_info().name(),
+    GatewayWorker gateway;
+    setAuthStatus(gateway.server, 1);
+    setGatewayToken(gateway.server, "new-token");
+    gateway.worker.login(tagLoginRequest());
+    QCOMPARE(gateway.ask.count(), 0);
+    QCOMPARE(answers(gateway.result), kLoggedIn);
+    QCOMPARE(gateway.server->calls(kCheckAuth).at(0).metadataValue("gatewayaccesstoken"), std::string("old-token"));
+    QCOMPARE(vditest::lastRequest<gateway::LoginGatewayReq>(gateway.server, kLoginGateway).client_base_info().name(),
              std::string("saved"));
-    QCOMPARE(server->calls(kLogin).at(0).metadataValue("gatewayaccesstoken"), std::string("new-token"));
-    QCOMPARE(settingsFile(worker).value(QStringLiteral("token")), QStringLiteral("new-token"));
+    QCOMPARE(gateway.server->calls(kLogin).at(0).metadataValue("gatewayaccesstoken"), std::string("new-token"));
+    QCOMPARE(savedGateway(gateway.worker), QStringLiteral("saved/saved-pw/new-token"));
 }
 
+// The next start: the saved token, and nothing asked or saved.
 void TestLogin::gatewayNoAuthenticationNeeded()
 {
     saveCredentials(QStringLiteral("saved"), QStringLiteral("saved-pw"), "good-token");
@@ -348,15 +306,13 @@ void TestLogin::gatewayNoAuthenticationNeeded()
     file.close();
     QVERIFY(QFile::setPermissions(file.fileName(), QFileDevice::ReadOwner));  // a write would now fail loudly
 
-    vditest::TestServer server;
-    setAuthStatus(server, 0);
-    VdiDesktopGrpcWorker worker;
-    connectGateway(worker, server);
-    QSignalSpy result(&worker, &VdiDesktopGrpcWorker::loginResult);
-    worker.login(tagLoginRequest());
-    QCOMPARE(result.count(), 1);
-    QCOMPARE(server->callCount(kLoginGateway), 0);
-    QCOMPARE(server->calls(kLogin).at(0).metadataValue("gatewayaccesstoken"), std::string("good-token"));
+    GatewayWorker gateway;
+    setAuthStatus(gateway.server, 0);
+    gateway.worker.login(tagLoginRequest());
+    QCOMPARE(answers(gateway.result), kLoggedIn);
+    QCOMPARE(gateway.ask.count(), 0);
+    QCOMPARE(gateway.server->callCount(kLoginGateway), 0);
+    QCOMPARE(gateway.server->calls(kLogin).at(0).metadataValue("gatewayaccesstoken"), std::string("good-token"));
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), before);
     QFile::setPermissions(file.fileName(), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
@@ -365,74 +321,51 @@ void TestLogin::gatewayNoAuthenticationNeeded()
 void TestLogin::gatewayRefusal()
 {
     saveCredentials(QStringLiteral("saved"), QStringLiteral("stale-pw"), "kept-token");
-    vditest::TestServer server;
-    setAuthStatus(server, 1);
-    setGatewayToken(server, std::string(), "密码错误");
-    VdiDesktopGrpcWorker worker;
-    connectGateway(worker, server);
-    QSignalSpy result(&worker, &VdiDesktopGrpcWorker::loginResult);
-    QSignalSpy ask(&worker, &VdiDesktopGrpcWorker::inputGatewayAuthInfo);
-    worker.login(tagLoginRequest());
-
-    QCOMPARE(result.count(), 1);
-    QCOMPARE(result.at(0).at(1).toBool(), false);
-    const auto reply = result.at(0).at(0).value<tagLoginReply>();
-    QCOMPARE(reply.error.errorMsgZh, QStringLiteral("认证网关失败 密码错误"));
-    QCOMPARE(reply.error.errorCode, -1);
-    QVERIFY(reply.error.errorMsgEn.isEmpty());
-    QCOMPARE(server->callCount(kLogin), 0);
-    const auto saved = settingsFile(worker);
-    QCOMPARE(saved.value(QStringLiteral("user")), QString());
-    QCOMPARE(saved.value(QStringLiteral("password")), QString());
-    QCOMPARE(saved.value(QStringLiteral("token")), QStringLiteral("kept-token"));
+    GatewayWorker gateway;
+    setAuthStatus(gateway.server, 1);
+    setGatewayToken(gateway.server, std::string(), "密码错误");
+    gateway.worker.login(tagLoginRequest());
+    QCOMPARE(answers(gateway.result), QStringLiteral("false -1 '认证网关失败 密码错误' ''"));
+    QCOMPARE(gateway.server->callCount(kLogin), 0);
+    QCOMPARE(savedGateway(gateway.worker), QStringLiteral("//kept-token"));
 
     // The next login asks the application.
-    worker.login(tagLoginRequest());
-    QCOMPARE(ask.count(), 1);
+    gateway.worker.login(tagLoginRequest());
+    QCOMPARE(gateway.ask.count(), 1);
 
     // A transport failure of the gateway login forgets the credentials too.
     saveCredentials(QStringLiteral("saved"), QStringLiteral("pw"), "kept-token");
-    server->setStatus(kLoginGateway, grpc::StatusCode::UNAVAILABLE);
-    worker.login(tagLoginRequest());
-    QCOMPARE(result.count(), 2);
-    QCOMPARE(result.at(1).at(0).value<tagLoginReply>().error.errorMsgZh, QStringLiteral("认证网关失败"));
-    QCOMPARE(settingsFile(worker).value(QStringLiteral("user")), QString());
+    gateway.server->setStatus(kLoginGateway, grpc::StatusCode::UNAVAILABLE);
+    gateway.result.clear();
+    gateway.worker.login(tagLoginRequest());
+    QCOMPARE(answers(gateway.result), QStringLiteral("false -1 '认证网关失败' ''"));
+    QCOMPARE(savedGateway(gateway.worker), QStringLiteral("//kept-token"));
 }
 
 void TestLogin::gatewayEmptyCredentials()
 {
     saveCredentials(QStringLiteral("saved"), QStringLiteral("pw"), "token");
-    vditest::TestServer server;
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    connectGateway(worker, server);
-    QSignalSpy result(&worker, &VdiDesktopGrpcWorker::loginResult);
+    GatewayWorker gateway;
     vditest::LogCapture log;
-    worker.loginGateway(QString(), QStringLiteral("x"));
-    QCOMPARE(result.count(), 1);
-    QCOMPARE(result.at(0).at(1).toBool(), false);
-    QCOMPARE(result.at(0).at(0).value<tagLoginReply>().error.errorMsgZh, QStringLiteral("认证网关失败"));
+    gateway.worker.loginGateway(QString(), QStringLiteral("x"));
+    QCOMPARE(answers(gateway.result), QStringLiteral("false -1 '认证网关失败' ''"));
     QVERIFY(log.contains(QStringLiteral("user or password empty, cancel login"), QtWarningMsg));
-    QCOMPARE(server->callCount(kLoginGateway), 0);
-    QCOMPARE(probe.gatewayUser(), QStringLiteral("saved"));
-    QCOMPARE(settingsFile(worker).value(QStringLiteral("password")), QStringLiteral("pw"));
+    QCOMPARE(gateway.server->callCount(kLoginGateway), 0);
+    QCOMPARE(VdiWorkerProbe(gateway.worker).gatewayUser(), QStringLiteral("saved"));
+    QCOMPARE(savedGateway(gateway.worker), QStringLiteral("saved/pw/token"));
 }
 
 void TestLogin::gatewayCheckFailureGoesStraightOn()
 {
-    vditest::TestServer server;
-    server->setStatus(kCheckAuth, grpc::StatusCode::UNAVAILABLE);
-    VdiDesktopGrpcWorker worker;
-    VdiWorkerProbe probe(worker);
-    connectGateway(worker, server);
+    GatewayWorker gateway;
+    gateway.server->setStatus(kCheckAuth, grpc::StatusCode::UNAVAILABLE);
+    VdiWorkerProbe probe(gateway.worker);
     const auto stub = probe.stub();
-    QSignalSpy result(&worker, &VdiDesktopGrpcWorker::loginResult);
     vditest::LogCapture log;
-    worker.login(tagLoginRequest());
-    QCOMPARE(result.count(), 1);
-    QCOMPARE(result.at(0).at(1).toBool(), true);  // decided by Login alone
-    QCOMPARE(server->callCount(kLogin), 1);
-    QCOMPARE(server->callCount(kLoginGateway), 0);
+    gateway.worker.login(tagLoginRequest());
+    QCOMPARE(answers(gateway.result), kLoggedIn);  // decided by Login alone
+    QCOMPARE(gateway.server->callCount(kLogin), 1);
+    QCOMPARE(gateway.server->callCount(kLoginGateway), 0);
     QVERIFY(log.contains(QStringLiteral("check gateway auth status error: "), QtCriticalMsg));
     QVERIFY(log.contains(QStringLiteral("no need auth gateway, login now")));
     QCOMPARE(probe.stub(), stub);  // no rebuild for the gateway check
@@ -449,7 +382,6 @@ void TestLogin::gatewayStubMissing()
     worker.login(tagLoginRequest());
     QCOMPARE(result.count(), 1);
     QCOMPARE(result.at(0).at(1).toBool(), false);
-    QCOMPARE(result.at(0).at(0).value<tagLoginReply>().error.errorCode, 5);
     QVERIFY(log.contains(QStringLiteral("gateway stub null"), QtCriticalMsg));
     QCOMPARE(server->callCount(kLogin), 0);
 }
