@@ -61,7 +61,7 @@ void TestUtility::initTestCase()
                          "Description: 3.2.1-build7 pinelet agent\\n'").arg(kDpkgSilent)},
         {"arch", QString("printf '%s\\n' \"$%1\"").arg(kArchOutput)},
     });
-    QVERIFY(m_fakes->ready());
+    QVERIFY2(m_fakes->ready(), "sudo and shutdown do not resolve to the stand-ins; refusing to run");  // no test runs
 }
 
 void TestUtility::init()
@@ -110,7 +110,6 @@ void TestUtility::reviseMac()
     utility.reviseMAC(kept);
     QCOMPARE(kept.mac, QString("AA:BB:CC:DD:EE:FF"));
     QVERIFY(log.contains("[ reviseMAC ] no need revise, the device mac: ", QtDebugMsg));
-    QVERIFY(!log.contains("need revise and"));
 
     tagLocalNetworkInfo first{"10.1.2.3", QString()}, second = first;
     utility.reviseMAC(first);
@@ -118,7 +117,7 @@ void TestUtility::reviseMac()
     QVERIFY2(isUuidText(first.mac) && isUuidText(second.mac), qPrintable(first.mac + " " + second.mac));
     QVERIFY(first.mac != second.mac);  // nothing is cached between calls
     QCOMPARE(first.ip, QString("10.1.2.3"));
-    QCOMPARE(log.count("[ reviseMAC ] need revise and the device mac: ", QtDebugMsg), 2);
+    QCOMPARE(log.count("[ reviseMAC ] need revise and the device mac: ", QtDebugMsg), 2);  // none for the kept one
 }
 
 // Candidates are the IPv4 addresses of interfaces that are up and running, in their order, but
@@ -153,37 +152,34 @@ void TestUtility::candidateFilter()
 
 void TestUtility::candidateChoice_data()
 {
-    QTest::addColumn<QStringList>("candidates");
-    QTest::addColumn<QStringList>("reaching");
-    QTest::addColumn<QStringList>("tried");
+    // Addresses apart by spaces.
+    QTest::addColumn<QString>("candidates");
+    QTest::addColumn<QString>("reaching");
+    QTest::addColumn<QString>("tried");
     QTest::addColumn<QString>("chosen");  // empty: nothing found
-    QTest::newRow("only the second reaches") << QStringList{"10.0.0.1", "10.0.0.2"} << QStringList{"10.0.0.2"}
-                                             << QStringList{"10.0.0.1", "10.0.0.2"} << "10.0.0.2";
-    QTest::newRow("the first wins, the rest untried")
-        << QStringList{"10.0.0.1", "10.0.0.2"} << QStringList{"10.0.0.1", "10.0.0.2"} << QStringList{"10.0.0.1"}
-        << "10.0.0.1";
-    QTest::newRow("none reaches: the first stands in") << QStringList{"10.0.0.1", "10.0.0.2"} << QStringList()
-                                                       << QStringList{"10.0.0.1", "10.0.0.2"} << "10.0.0.1";
-    QTest::newRow("no candidate") << QStringList() << QStringList() << QStringList() << QString();
+    QTest::newRow("only the second reaches") << "10.0.0.1 10.0.0.2" << "10.0.0.2" << "10.0.0.1 10.0.0.2" << "10.0.0.2";
+    QTest::newRow("the first wins, the rest untried") << "10.0.0.1 10.0.0.2" << "10.0.0.1 10.0.0.2" << "10.0.0.1" << "10.0.0.1";
+    QTest::newRow("none reaches: the first stands in") << "10.0.0.1 10.0.0.2" << "" << "10.0.0.1 10.0.0.2" << "10.0.0.1";
+    QTest::newRow("no candidate") << "" << "" << "" << "";
 }
 
 void TestUtility::candidateChoice()
 {
-    QFETCH(QStringList, candidates);
-    QFETCH(QStringList, reaching);
-    QFETCH(QStringList, tried);
+    QFETCH(QString, candidates);
+    QFETCH(QString, reaching);
+    QFETCH(QString, tried);
     QFETCH(QString, chosen);
     QList<tagLocalNetworkInfo> list;
-    for (const QString& ip : candidates)
+    for (const QString& ip : candidates.split(' ', Qt::SkipEmptyParts))
         list.append({ip, "mac of " + ip});
     QStringList calls;
     const auto reachesServer = [&](const tagLocalNetworkInfo& candidate) {
         calls << candidate.ip;
-        return reaching.contains(candidate.ip);
+        return reaching.split(' ').contains(candidate.ip);
     };
     tagLocalNetworkInfo info{"untouched", "untouched mac"};
     const bool found = Utility::chooseDeviceCandidate(list, reachesServer, info);
-    QCOMPARE(calls, tried);
+    QCOMPARE(calls.join(' '), tried);
     QCOMPARE(found, !chosen.isEmpty());
     QCOMPARE(info.ip + "|" + info.mac, found ? chosen + "|mac of " + chosen : QString("untouched|untouched mac"));
 }
@@ -302,7 +298,6 @@ void TestUtility::deviceControl()
 {
     QFETCH(bool, restart);
     QFETCH(QString, expected);
-    QVERIFY2(m_fakes->ready(), "sudo and shutdown do not resolve to the stand-ins; refusing to run");
     vditest::LogCapture log;
     Utility utility;
     restart ? utility.restartDevice() : utility.shutdownDevice();
