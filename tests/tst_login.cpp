@@ -93,9 +93,7 @@ private slots:
     void initTestCase();
     void init();
     void variantsOnTheWire();
-    void desktopOfPasswordLoginLogged();
-    void smsCodeIsOneTime();
-    void sessionInfoRefill();
+    void identityBetweenLogins();
     void slowServerText();
     void gatewayFirstStartAsksForCredentials();
     void gatewaySavedCredentials();
@@ -120,6 +118,7 @@ void TestLogin::init()
     vditest::makeDocumentsDir();
 }
 
+// What each login entry sends; each stamps its kind and resets the desktop in the cache.
 void TestLogin::variantsOnTheWire()
 {
     vditest::TestServer server;
@@ -127,98 +126,70 @@ void TestLogin::variantsOnTheWire()
     VdiThreadProbe cached(facade);
     server.connect(facade);
     tagBaseInfo base;
-    base.name = QStringLiteral("cached-user");
-    base.password = QStringLiteral("cached-pw");
     base.vmId = 42;
     base.vmUuid = QStringLiteral("uuid-42");
     base.computerType = 3;
     facade.initBaseInfoParameter(base);
     QSignalSpy spy(&facade, &VdiDesktopGrpcThread::loginResult);
+    vditest::LogCapture log;
 
-    facade.login(QStringLiteral("dev-1"));
     facade.login(QStringLiteral("alice"), QStringLiteral("pw-a"), QStringLiteral("0"));
+    facade.login(QStringLiteral("dev-1"));
     facade.login(VdiGrpc::LoginType(2), QStringLiteral("bob"), QStringLiteral("pw-b"), QStringLiteral("dev-2"),
                  QStringLiteral("ignored"), QStringLiteral("123456"), QStringLiteral("ignored"));
-    QTRY_COMPARE(spy.count(), 3);
+    facade.login(QStringLiteral("alice"), QStringLiteral("pw-a"), QStringLiteral("0"));
+    QTRY_COMPARE(spy.count(), 4);
     QCOMPARE(spy.at(0).at(1).toBool(), true);
 
     const QString expected[] = {
-        QStringLiteral("auth_type: '1' name: 'cached-user' password: 'cached-pw' device_id: 'dev-1' sms_code: ''"),
-        QStringLiteral("auth_type: '0' name: 'alice' password: 'pw-a' device_id: 'dev-1' sms_code: ''"),
+        QStringLiteral("auth_type: '0' name: 'alice' password: 'pw-a' device_id: '' sms_code: ''"),
+        QStringLiteral("auth_type: '1' name: 'alice' password: 'pw-a' device_id: 'dev-1' sms_code: ''"),
         QStringLiteral("auth_type: '2' name: 'bob' password: 'pw-b' device_id: 'dev-2' sms_code: '123456'"),
     };
     const QString stamped = QStringLiteral(" refresh_flag: '0' vm_id: -1 vmUuid: '' computer_type: 0");
     for (int i = 0; i < 3; ++i)
         QCOMPARE(vditest::wireMismatch(loginRequest(server, i).client_base_info(), expected[i] + stamped), QString());
     QCOMPARE(cached.baseInfo().smsCode, QStringLiteral("123456"));  // the long overload keeps the code
+    // A password login names the desktop it leaves behind, when there is one.
+    QCOMPARE(log.count(QStringLiteral("login:vmId =  42 , vmUuid =  \"uuid-42\""), QtDebugMsg), 1);
+    QCOMPARE(log.count(QStringLiteral("login:vmId = ")), 1);
 
     // A refresh sends the cached identity with its own flag, which the cache keeps.
     QSignalSpy refreshed(&facade, &VdiDesktopGrpcThread::updateVmInfoFromServerResult);
-    vditest::LogCapture log;
     facade.updateVmInfoFromServer();
     QTRY_COMPARE(refreshed.count(), 1);
     QCOMPARE(refreshed.at(0).at(1).toBool(), true);
-    QCOMPARE(loginRequest(server, 3).client_base_info().refresh_flag(), std::string("1"));
+    QCOMPARE(loginRequest(server, 4).client_base_info().refresh_flag(), std::string("1"));
     QCOMPARE(cached.baseInfo().refreshFlag, QStringLiteral("1"));
     QVERIFY(log.contains(QStringLiteral(" request:\n"), QtDebugMsg));
     facade.stop();
 }
 
-// A password login names the desktop it leaves behind, when there is one.
-void TestLogin::desktopOfPasswordLoginLogged()
-{
-    VdiDesktopGrpcThread facade;
-    tagBaseInfo base;
-    base.vmId = 42;
-    base.vmUuid = QStringLiteral("uuid-42");
-    facade.initBaseInfoParameter(base);
-    vditest::LogCapture log;
-    facade.login(QStringLiteral("u"), QStringLiteral("p"), QStringLiteral("0"));
-    facade.login(QStringLiteral("u"), QStringLiteral("p"), QStringLiteral("0"));  // the desktop is reset by now
-    QCOMPARE(log.count(QStringLiteral("login:vmId =  42 , vmUuid =  \"uuid-42\""), QtDebugMsg), 1);
-    QCOMPARE(log.count(QStringLiteral("login:vmId = ")), 1);
-    facade.stop();
-}
-
-// The code goes out with the SMS login only; the ticket stays for later logins.
-void TestLogin::smsCodeIsOneTime()
+// Asked for, the application refills a missing address, once. The SMS code goes out with its
+// login only; the ticket stays for later logins.
+void TestLogin::identityBetweenLogins()
 {
     vditest::TestServer server;
     VdiDesktopGrpcThread facade;
     server.connect(facade);
-    facade.setLocalIP(QStringLiteral("10.0.0.3"));
-    facade.setLocalMAC(QStringLiteral("aa:bb"));
-    QSignalSpy spy(&facade, &VdiDesktopGrpcThread::loginResult);
-
-    facade.loginSMS(QStringLiteral("carol"), QStringLiteral("pw"), QStringLiteral("654321"), QStringLiteral("ticket-7"));
-    facade.login(QStringLiteral("aa:bb"));
-    QTRY_COMPARE(spy.count(), 2);
-
-    QCOMPARE(vditest::wireMismatch(loginRequest(server, 0).client_base_info(),
-                                   "auth_type: '2' name: 'carol' password: 'pw' sms_code: '654321' ticket: 'ticket-7'"),
-             QString());
-    QCOMPARE(vditest::wireMismatch(loginRequest(server, 1).client_base_info(), "sms_code: '' ticket: 'ticket-7'"),
-             QString());
-    facade.stop();
-}
-
-void TestLogin::sessionInfoRefill()
-{
-    vditest::TestServer server;
-    VdiDesktopGrpcThread facade;
-    server.connect(facade);
-    facade.setLocalMAC(QStringLiteral("aa:cc"));  // no ip yet
+    facade.setLocalMAC(QStringLiteral("aa:bb"));  // no address yet
     int asked = 0;
     connect(&facade, &VdiDesktopGrpcThread::getSessionInfo, this, [&] {
         ++asked;
         facade.setLocalIP(QStringLiteral("10.7.7.7"));
     });
     QSignalSpy spy(&facade, &VdiDesktopGrpcThread::loginResult);
-    facade.login(QStringLiteral("u"), QStringLiteral("p"), QStringLiteral("0"));
-    facade.login(QStringLiteral("u"), QStringLiteral("p"), QStringLiteral("0"));
+
+    facade.loginSMS(QStringLiteral("carol"), QStringLiteral("pw"), QStringLiteral("654321"), QStringLiteral("ticket-7"));
+    facade.login(QStringLiteral("aa:bb"));
     QTRY_COMPARE(spy.count(), 2);
-    QCOMPARE(asked, 1);  // the second time the identity is complete
-    QCOMPARE(loginRequest(server, 0).client_base_info().ip(), std::string("10.7.7.7"));
+    QCOMPARE(asked, 1);
+    QCOMPARE(vditest::wireMismatch(loginRequest(server, 0).client_base_info(),
+                                   "ip: '10.7.7.7' auth_type: '2' name: 'carol' password: 'pw' sms_code: '654321' "
+                                   "ticket: 'ticket-7'"),
+             QString());
+    QCOMPARE(vditest::wireMismatch(loginRequest(server, 1).client_base_info(), "sms_code: '' ticket: 'ticket-7'"),
+             QString());
     facade.stop();
 }
 
