@@ -127,14 +127,14 @@ void TestHeartbeat::facadeRecord()
     QTRY_COMPARE(spy.count(), 2);
     QCOMPARE(spy.at(0).at(1).toBool(), true);
 
-    const auto first = server->calls(kHeartbeat).at(0).request<client::HeartbeatReq>();
-    const auto second = server->calls(kHeartbeat).at(1).request<client::HeartbeatReq>();
-    QCOMPARE(first.vm_ip(), std::string("10.1.1.1"));
-    QCOMPARE(first.client_base_info().vm_id(), int64_t(7));  // -1 keeps the cached id
-    QVERIFY(first.client_base_info().vmuuid().empty());      // an empty uuid does not
-    QCOMPARE(first.client_extend_info().client_version(), std::string("4.5"));
-    QCOMPARE(second.client_base_info().vm_id(), int64_t(9));
-    QCOMPARE(second.client_base_info().vmuuid(), std::string("new-uuid"));
+    // -1 keeps the cached id; an empty uuid goes out empty.
+    QCOMPARE(vditest::wireMismatch(server->calls(kHeartbeat).at(0).request<client::HeartbeatReq>(),
+                                   "vm_ip: '10.1.1.1' client_base_info.vm_id: 7 client_base_info.vmUuid: '' "
+                                   "client_extend_info.client_version: '4.5'"),
+             QString());
+    QCOMPARE(vditest::wireMismatch(vditest::lastRequest<client::HeartbeatReq>(server, kHeartbeat),
+                                   "vm_ip: '10.1.1.2' client_base_info.vm_id: 9 client_base_info.vmUuid: 'new-uuid'"),
+             QString());
     QCOMPARE(cached.baseInfo().vmId, qint64(7));  // the cache stays
     QCOMPARE(cached.baseInfo().vmUuid, QStringLiteral("cached-uuid"));
 
@@ -146,13 +146,12 @@ void TestHeartbeat::facadeRecord()
 
 void TestHeartbeat::fieldMaps_data()
 {
+    using namespace vditest;
     using H = VdiDesktopGrpcHelper;
-    using vditest::Check;
     QTest::addColumn<Check>("check");
     using R = tagHeartbeatRequest;
-    vditest::requestRow("request", 
-            &H::toHeartBeatReq, vditest::withExtend(vditest::withIdentity<R>({VDI_FIELD(R, vmIp, "vm_ip")})));
-    vditest::replyRow("reply", &H::fromHeartbeatResq, vditest::withError<tagHeartbeatReply>({}));
+    requestRow("request", &H::toHeartBeatReq, withExtend(withIdentity<R>({VDI_FIELD(R, vmIp, "vm_ip")})));
+    replyRow("reply", &H::fromHeartbeatResq, withError<tagHeartbeatReply>({}));
 }
 
 VDI_TEST_MAIN(TestHeartbeat)
