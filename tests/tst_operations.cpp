@@ -308,7 +308,8 @@ void TestOperations::serverTimeoutText()
     QVERIFY(!log.contains(vditest::kRebuildLine));  // the server answered: nothing to rebuild
 }
 
-// Ids arrive as text: a 64-bit read for operateVM, an int read elsewhere, where 2^31 gives 0.
+// Ids arrive as text: a 64-bit read for operateVM, an int read elsewhere, where 2^31 gives 0;
+// a report names its own desktop.
 void TestOperations::idsOnTheWire()
 {
     vditest::TestServer server;
