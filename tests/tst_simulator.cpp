@@ -195,7 +195,6 @@ void TestSimulator::builtInScenarioIsTheDefault()
 
     const auto played = play(vdifake::builtInScenario());
     QVERIFY(played);
-    QCOMPARE(played->mode(), QStringLiteral("controller"));
     RawClient raw(*played);
     client::LoginResp reply;
     QCOMPARE(raw.login("demo-user", "demo-password", &reply), 0);
@@ -206,13 +205,10 @@ void TestSimulator::builtInScenarioIsTheDefault()
                                           "pool_list[1].vm_list[0].snapshot_list[0].name: 'before-update'"),
              QString());
     QCOMPARE(raw.login("ldap-user", "ldap-password", &reply, "3"), 0);
-    for (const auto& app : {std::make_pair("Payroll", int(Deployment::SaasAppRefused)), std::make_pair("Code review", 0)}) {
-        common_message::VoidResp answer;
-        QCOMPARE(raw.ask(&Core::querySaasApp,
-                         std::string("clientBaseInfo { name: 'demo-user' } saasAppInfo { appName: '") + app.first + "' }",
-                         &answer),
-                 app.second);
-    }
+    common_message::VoidResp answer;
+    const std::string saas = "clientBaseInfo { name: 'demo-user' } saasAppInfo { appName: ";
+    QCOMPARE(raw.ask(&Core::querySaasApp, saas + "'Payroll' }", &answer), int(Deployment::SaasAppRefused));
+    QCOMPARE(raw.ask(&Core::querySaasApp, saas + "'Code review' }", &answer), 0);
 
     // Gateway mode: the gateway's users get tokens of the built-in prefix (what a token opens:
     // fileGatewayUsersAndTokens).
@@ -256,8 +252,6 @@ deployment {
              0);
     QCOMPARE(started.vm().vm_status(), std::string("running"));
     QVERIFY(started.hostip().rfind("192.0.2.", 0) == 0);
-    QCOMPARE(raw.login("alice", "alice-pw", &reply), 0);
-    QCOMPARE(mismatch(reply, R"(pool_list { vm_list { vm_status: "running" } })"), QString());
 
     // bob sees both pools, two made-up desktops in the lab; his SMS login wants his code.
     QCOMPARE(raw.login("bob", "bob-pw", &reply, "2", "1111"), 1);
@@ -276,13 +270,14 @@ deployment {
     QCOMPARE(raw.ask(&Core::getConnectAppInfo, "userName: 'bob' displayName: 'Ledger'", &opened), 0);
     QCOMPARE(opened.fulladdress(), std::string("rdp://192.0.2.5:3389/ledger"));
 
-    // A QR code: its ticket logs alice in once, the built-in ticket prefix kept.
+    // A QR code: its ticket logs alice in once, the built-in ticket prefix kept; her desktop runs now.
     client::CodeResp code;
     QCOMPARE(raw.ask(&Core::getCode, {}, &code), 0);
     QCOMPARE(code.ticket(), std::string("qr-ticket-1"));
     const std::string scanned = "client_base_info { auth_type: '2' ticket: '" + code.ticket() + "' }";
     QCOMPARE(raw.ask(&Core::Login, scanned, &reply), 0);
-    QCOMPARE(mismatch(reply, R"(name: "alice" pool_list { vm_list { vm_name: "alice-studio" } })"), QString());
+    QCOMPARE(mismatch(reply, R"(name: "alice" pool_list { vm_list { vm_name: "alice-studio" vm_status: "running" } })"),
+             QString());
     QCOMPARE(raw.ask(&Core::Login, scanned, &reply), 1);  // used up
 
     client::IndividualConfigResp branding;
@@ -318,7 +313,6 @@ void TestSimulator::fileGatewayUsersAndTokens()
   gateway { user { name: "edge" password: "edge-pw" } token_prefix: "edge-" token: "kept-token" }
 })")));
     QVERIFY(played);
-    QCOMPARE(played->mode(), QStringLiteral("gateway"));
     RawClient raw(*played);
     client::LoginResp reply;
     raw.token = "made-up-token";
@@ -555,11 +549,12 @@ void TestSimulator::simulatorHintsAndRecord()
                                  QStringLiteral("TLS target name override \"%1\"").arg(simulator.commonName())})
         QVERIFY2(hint.contains(shown), qPrintable(hint));
 
+    // The calls in the order they ended on the server, which back-to-back calls need not keep.
     const QString record = fileText(recordPath);
-    for (const char* shown : {"call 2 /client.ClientCore/Login OK\n", "call 3 /client.ClientCore/ModifyPassword OK\n",
+    for (const char* shown : {"call [1-3] /client\\.ClientCore/Login OK\n", "call [1-3] /client\\.ClientCore/ModifyPassword OK\n",
                               "name: \"alice\"", "metadata gatewayaccesstoken: <redacted>", "password: \"<redacted>\"",
                               "password_new: \"<redacted>\""})
-        QVERIFY2(record.contains(QLatin1String(shown)), qPrintable(record));
+        QVERIFY2(record.contains(QRegularExpression(QLatin1String(shown))), qPrintable(record));
     for (const std::string& secret : {std::string("alice-pw"), std::string("edge-pw"), std::string("brand-new-secret"), raw.token})
         QVERIFY2(!record.contains(QString::fromStdString(secret)), qPrintable(record));
 #endif
