@@ -424,10 +424,8 @@ void TestHelp::packagesUploaded()
     const QStringList chown = QStringList("chown") + chownArgs(userName());
     QCOMPARE(toolCalls("sudo"), QList<QStringList>({chown, chown, {"dpkg", "-l", kVersionArgs}}));
     QCOMPARE(bed.log.count(QStringLiteral("Current oakdesk version = ") + " \"" + m_version5 + '"', QtDebugMsg), 1);
-    QVERIFY(!bed.log.contains(QStringLiteral("Directory is empty")));
     QCOMPARE(bed.log.count(QStringLiteral("Failed to send file = ")), failedUploads);
     QCOMPARE(bed.log.count(QStringLiteral("Failed to send file = "), QtCriticalMsg), failedUploads > 0 ? 1 : 0);
-    QCOMPARE(bed.log.count(QStringLiteral("Succeed in deleting file = ")), 2);
     // The address, both opens, the meta line, both sendings and both deletions.
     QCOMPARE(stepLinesNamingRequest(bed.log), 8);
 }

@@ -245,7 +245,6 @@ void TestUtility::cpuArch_data()
     QTest::newRow("armv7l") << QByteArray("armv7l") << "armhf";
     QTest::newRow("ARMv8, any case") << QByteArray("ARMv8") << "armhf";
     QTest::newRow("aarch64 has no 'arm'") << QByteArray("aarch64") << "arm64";
-    QTest::newRow("x86_64") << QByteArray("x86_64") << "arm64";
     QTest::newRow("nothing") << QByteArray() << "arm64";
 }
 
