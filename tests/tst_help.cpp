@@ -352,7 +352,6 @@ void TestHelp::report()
 void TestHelp::facadeSendsTheUsersWordsAlone()
 {
     vditest::TestServer server;
-    server->setReply(kHelp, helpReply(9090));
     VdiDesktopGrpcThread facade;
     server.connect(facade);
     facade.setLocalMAC(QStringLiteral("02:00:00:00:00:99"));
@@ -361,8 +360,6 @@ void TestHelp::facadeSendsTheUsersWordsAlone()
 
     facade.sendUserAskInfo("02:00:00:00:00:07", "张三", "138", "e@x", "黑屏", "froze", 3, "x", "127.0.0.1", "10.1.1.9");
     QVERIFY(spy.wait(5000));
-    QCOMPARE(spy.at(0).at(0).value<OneKeyHelpInfoReply>().taskId, qint64(9090));
-    QCOMPARE(spy.at(0).at(1).toBool(), true);
     QCOMPARE(vditest::wireMismatch(vditest::lastRequest<client::OnekeyHelpReq>(server, kHelp),
                                    "userMac: '02:00:00:00:00:07' realName: '张三' phoneNumber: '138' email: 'e@x' "
                                    "problemType: '黑屏' problemDesc: 'froze' getLog: 3 ip: '127.0.0.1' vmIp: '10.1.1.9' "
