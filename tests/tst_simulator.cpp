@@ -514,9 +514,7 @@ void TestSimulator::exampleScenariosLoad()
 // request, never a password or a token, and the entries of each help upload's zip.
 void TestSimulator::simulatorHintsAndRecord()
 {
-    const QString upload = vdifake::describeRecord(
-        {}, {{9001, QStringLiteral("help.zip"), QStringLiteral("zip"), 2048, 2,
-              QStringList{QStringLiteral("logs/client.log"), QStringLiteral("screenshot.png")}}});
+    const QString upload = vdifake::describeRecord({}, {{9001, "help.zip", "zip", 2048, 2, {"logs/client.log", "screenshot.png"}}});
     QCOMPARE(upload, QStringLiteral("# 0 call(s) received; secrets are redacted\n"
                                     "upload task 9001, help.zip (zip), 2048 bytes in 2 chunk(s); 2 entries:\n"
                                     "    logs/client.log\n    screenshot.png\n"));
@@ -525,9 +523,8 @@ void TestSimulator::simulatorHintsAndRecord()
 #else
     const QTemporaryDir dir;
     const QString recordPath = dir.filePath(QStringLiteral("record.txt"));
-    Simulator simulator({QStringLiteral("--mode"), QStringLiteral("gateway"), QStringLiteral("--scenario"),
-                         QStringLiteral(VDI_SCENARIOS_DIR "/small-office.scenario"), QStringLiteral("--gateway-user"),
-                         QStringLiteral("edge:edge-pw"), QStringLiteral("--record"), recordPath});
+    Simulator simulator({"--mode", "gateway", "--scenario", VDI_SCENARIOS_DIR "/small-office.scenario", "--gateway-user",
+                         "edge:edge-pw", "--record", recordPath});
     QVERIFY(simulator.printed.hasMatch());
 
     RawClient raw(simulator.port(), simulator.pem(), simulator.commonName());
@@ -542,10 +539,8 @@ void TestSimulator::simulatorHintsAndRecord()
 
     QCOMPARE(simulator.stop(), 0);
     const QString hint = QString::fromUtf8(simulator.process.readAllStandardError());
-    for (const QString& shown : {QStringLiteral("vdi-client --server 127.0.0.1 --port %1 --pem %2 ")
-                                     .arg(simulator.port())
-                                     .arg(simulator.pem()),
-                                 QStringLiteral("server type 1 (access gateway)"),
+    const QString client = QStringLiteral("vdi-client --server 127.0.0.1 --port %1 --pem %2 ").arg(simulator.port());
+    for (const QString& shown : {client.arg(simulator.pem()), QStringLiteral("server type 1 (access gateway)"),
                                  QStringLiteral("TLS target name override \"%1\"").arg(simulator.commonName())})
         QVERIFY2(hint.contains(shown), qPrintable(hint));
 
@@ -596,7 +591,7 @@ void TestSimulator::simulatorKeepsPortAndCertificate()
         }
         QCOMPARE(simulator.stop(), 0);
     }
-    QCOMPARE(Simulator({QStringLiteral("--port"), QStringLiteral("abc")}).stop(), 2);
+    QCOMPARE(Simulator({"--port", "abc"}).stop(), 2);
 #endif
 }
 
