@@ -251,6 +251,13 @@ void VdiDesktopGrpcThread::initServerType(int serverType)
         m_worker->initServerType(serverType);
 }
 
+void VdiDesktopGrpcThread::setStrictRedaction(bool on)
+{
+    m_strictRedaction = on;
+    if (m_worker)
+        m_worker->setStrictRedaction(on);
+}
+
 void VdiDesktopGrpcThread::initConnection(QString pemFile, QString serverIP, ushort port, bool isEnglish)
 {
     emit myInitConnection(pemFile, serverIP, port, isEnglish);

@@ -123,6 +123,19 @@ public:
     /// Does nothing after stop().
     void initServerType(int serverType);
 
+    /// Strict redaction of the log, off by default. Off, the library logs as it always has: a
+    /// request text loses a fixed span of characters behind each "password", which leaves the
+    /// tail of a password longer than 26 characters in the log, and replies, the connection data
+    /// of a desktop included, are logged as they come; checkAndSaveLdapPasswd() logs its
+    /// password. On, every request and reply text that the library logs has the value of each
+    /// field whose name contains "password", "passwd", "pwd", "token" or "secret" replaced by
+    /// the same mask, whatever its length and wherever it stands (nested messages and lists
+    /// included), and checkAndSaveLdapPasswd() logs the name and the mask; the lines, their
+    /// levels and their order stay as they are. Turn it on when logs leave the terminal: the
+    /// one-key help (sendUserAskInfo()) packages them for the help desk. Takes effect at once,
+    /// for the next line logged; call it before or between requests.
+    void setStrictRedaction(bool on);
+
     /// Builds (or rebuilds) the TLS channels to \a serverIP : \a port, trusting the certificate
     /// in the PEM file \a pemFile; the certificate's subject is used as the TLS target name.
     /// \a isEnglish selects the language of the "client-language" metadata. No answer signal:
@@ -622,6 +635,7 @@ private:
     // Guarded: the worker deletes itself when its thread ends, so after stop() this is null and
     // a second stop() or a late initServerType() does nothing.
     QPointer<VdiDesktopGrpcWorker> m_worker;
+    bool m_strictRedaction = false;
     tagBaseInfo m_baseInfo;
     QThread m_thread;
     tagExtendInfo m_extendInfo;

@@ -122,7 +122,8 @@ void VdiDesktopGrpcThread::requestLoginCode(const QString& codeSource, const QSt
 void VdiDesktopGrpcThread::checkAndSaveLdapPasswd(const QString& name, const QString& password,
                                                   const QString& domain)
 {
-    VDI_INFO << "VdiDesktopGrpcThread::checkAndSaveLdapPasswd" << name << "," << password;
+    VDI_INFO << "VdiDesktopGrpcThread::checkAndSaveLdapPasswd" << name << ","
+             << (m_strictRedaction ? QString::fromLatin1(VdiDesktopGrpcWorker::kSecretMask) : password);
     m_baseInfo = withCredentials(m_baseInfo, name, password);
     m_baseInfo.authType = QString::number(VdiGrpc::LoginByLdap, 10);
     tagCheckPasswordRequest request;

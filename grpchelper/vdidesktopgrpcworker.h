@@ -50,6 +50,11 @@ public:
     // Called directly from the caller's thread: atomic stores, read at the next call.
     void initServerType(int serverType);
     void setTimeout(int seconds);
+    // Off (the default): request texts lose the fixed span behind "password" and replies are
+    // logged as they stand. On: every logged request and reply has the text of each field named
+    // like a secret masked, whatever its length and depth (maskedDebugString).
+    void setStrictRedaction(bool on);
+    bool strictRedaction() const { return m_strictRedaction; }
 
     // Called directly from the caller's thread while a call may be in flight: drops every
     // connection of the worker's signals and cancels the call in flight.
@@ -70,6 +75,11 @@ public:
     void printInfoWithoutKeyList(QString& text);
     QString debugInfoWithoutKeyList(QString text);
     void printInfoWithoutKeyValue(QString& text, QString& key);
+    // The message's debug text with the value of every text field whose name contains
+    // "password", "passwd", "pwd", "token" or "secret" (any case) replaced by kSecretMask,
+    // in nested messages and list entries too. Numbers and flags stay: none of them is a secret.
+    static QString maskedDebugString(const google::protobuf::Message& message);
+    static const char* const kSecretMask;
 
 signals:
     void signalGrpcErrorUnavailable();
@@ -303,6 +313,7 @@ private:
     ushort m_port = 0;
     std::atomic<int> m_serverType{0};      // also written from the caller's thread
     std::atomic<int> m_timeoutSeconds{30}; // also written from the caller's thread
+    std::atomic<bool> m_strictRedaction{false};  // also written from the caller's thread
     std::shared_ptr<client::ClientCore::Stub> stub;
     std::shared_ptr<gateway::GatewayCore::Stub> stubGateway;
     std::shared_ptr<common::CommonCore::Stub> stubCommon;

@@ -389,6 +389,8 @@ void VdiDesktopGrpcWorker::logRequest(const RpcShape& shape, const Request& requ
 template <class Request>
 QString VdiDesktopGrpcWorker::requestLogText(const RpcShape& shape, const Request& request)
 {
+    if (m_strictRedaction)
+        return maskedDebugString(request);
     QString text = VdiDesktopGrpcHelper::fromStdString(request.DebugString());
     if (shape.redaction == Redaction::Print)
         printInfoWithoutKeyList(text);
@@ -402,6 +404,15 @@ void VdiDesktopGrpcWorker::logReply(const RpcShape& shape, const Reply& reply)
 {
     if (!vdiLogEnabled(shape.level))
         return;
+    if (m_strictRedaction) {  // in the form the text has when not strict: quoted where redacted
+        const QString masked = maskedDebugString(reply);
+        if (shape.redactReply) {
+            VDI_LOG_IN(shape.level, shape.function) << shape.replyLabel << masked;
+        } else {
+            VDI_LOG_IN(shape.level, shape.function) << shape.replyLabel << masked.toUtf8().constData();
+        }
+        return;
+    }
     const std::string text = reply.DebugString();
     if (shape.redactReply) {
         QString redacted = VdiDesktopGrpcHelper::fromStdString(text);
