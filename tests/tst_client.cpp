@@ -3,6 +3,7 @@
 // prints.
 #include "testsupport.h"
 #include "testcertificate.h"
+#include "scenario.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -45,6 +46,7 @@ const QString kDemoUser = QStringLiteral("--user demo-user --password demo-passw
 // The built-in deployment in a mode, and vdi-client pointed at it.
 struct Deployment {
     explicit Deployment(const char* mode) : server(vditest::serveBuiltInDeployment(QLatin1String(mode))) {}
+    explicit Deployment(std::unique_ptr<vdifake::ScenarioServer> played) : server(std::move(played)) {}
     // vdi-client with the words of `line` (whose options win), then `more`, in a home of its own (the
     // gateway's token is saved there), stdin fed with `input`.
     Run client(const QString& line, const QByteArray& input = {}, const QStringList& more = {}) const
@@ -87,6 +89,7 @@ private slots:
     void answers_data();
     void answers();
     void gatewayRoad();
+    void verboseShowsNoSecret();
 };
 
 void TestClient::discoversAndListsDesktops()
@@ -317,6 +320,50 @@ void TestClient::gatewayRoad()
     }
     QCOMPARE(deployment.server->calls("/gateway.GatewayCore/LoginGateway").size(), size_t(3));
     QCOMPARE(deployment.server->calls("/client.ClientCore/Login").size(), size_t(2));
+}
+
+// The client logs strictly: with --verbose no password and no token of any length shows, neither
+// through a gateway with an apply whose reply carries the desktop's passwords, nor in an LDAP login.
+void TestClient::verboseShowsNoSecret()
+{
+    const QString user = QStringLiteral("user-pw-") + QString(50, QLatin1Char('u'));
+    const QString ldap = QStringLiteral("ldap-pw-") + QString(50, QLatin1Char('l'));
+    const QString gateway = QStringLiteral("gw-pw-") + QString(50, QLatin1Char('g'));
+    vdifake::ScenarioFile file;
+    QString error;
+    QVERIFY2(vdifake::parseScenarioFile(QStringLiteral(R"(deployment {
+  user { name: "alice" password: "%1" }
+  ldap_user { name: "alice" password: "%2" }
+  gateway { user { name: "edge" password: "%3" } }
+  pool { id: 7 name: "Studio" desktop { owner: "alice" name: "alice-studio" status: "running" } }
+})").arg(user, ldap, gateway),
+                                        QStringLiteral("long.scenario"), &file, &error),
+             qPrintable(error));
+    const auto played = [&](const char* mode) {
+        vdifake::ScenarioServer::Options options;
+        options.mode = QLatin1String(mode);
+        auto server = std::make_unique<vdifake::ScenarioServer>(file, options);
+        return server->start(&error) ? std::move(server) : nullptr;
+    };
+    const Deployment deployment(played("gateway")), controller(played("controller"));
+    QVERIFY2(deployment.server && controller.server, qPrintable(error));
+    const Run applied = deployment.client(QStringLiteral("--user alice --password %1 --gateway-user edge "
+                                                         "--gateway-password %2 --verbose apply Studio").arg(user, gateway));
+    const Run byLdap = controller.client(QStringLiteral("--user alice --password %1 --verbose --ldap corp login").arg(ldap));
+    QVERIFY2(applied.exitCode == 0, applied.err.right(900).constData());
+    QVERIFY2(byLdap.exitCode == 0, byLdap.err.right(900).constData());
+    const auto calls = deployment.server->calls("/client.ClientCore/ApplyForVm");
+    QCOMPARE(calls.size(), size_t(1));
+    const QByteArray token = QByteArray::fromStdString(calls.at(0).metadataValue("gatewayaccesstoken"));
+    QVERIFY(!token.isEmpty());
+    QVERIFY2(byLdap.err.contains(QByteArray("checkAndSaveLdapPasswd \"alice\" , \"") + VdiDesktopGrpcWorker::kSecretMask),
+             byLdap.err.constData());
+    for (const Run* run : {&applied, &byLdap}) {
+        const QByteArray shown = run->out + run->err;
+        QVERIFY2(shown.count(VdiDesktopGrpcWorker::kSecretMask) >= 2, shown.constData());  // a request and a reply
+        for (const QByteArray& secret : {user.toUtf8(), ldap.toUtf8(), gateway.toUtf8(), token, QByteArray("Vdi-")})
+            QVERIFY2(!shown.contains(secret), secret.constData());
+    }
 }
 
 VDI_TEST_MAIN(TestClient)

@@ -164,6 +164,7 @@ ThinClientWindow::ThinClientWindow(QWidget* parent)
     identity.deviceName = QStringLiteral("thinclient-example");
     identity.clientType = QStringLiteral("1");
     m_grpc.initBaseInfoParameter(identity);
+    m_grpc.setStrictRedaction(true);  // the logs go with help reports: no password in them
     updateButtons();
 }
 

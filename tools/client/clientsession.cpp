@@ -128,6 +128,7 @@ Session::Session(const Options& options)
     extend.clientVersion = QStringLiteral(VDI_CLIENT_VERSION);
     extend.osType = QStringLiteral("linux");
     m_facade.initExtendInfoParameter(extend);
+    m_facade.setStrictRedaction(true);  // --verbose shows the library's log: no secret in it
 }
 
 Session::~Session()
