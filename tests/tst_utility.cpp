@@ -11,8 +11,10 @@
 #include "utility.h"
 
 namespace {
-const char* const kArchOutput = "VDI_FAKE_ARCH_OUTPUT";
-const char* const kDpkgSilent = "VDI_FAKE_DPKG_SILENT";
+const char* const kOutput = "VDI_FAKE_OUTPUT";  // what the stand-ins of arch and dpkg print
+
+// A call of the utility that runs shell tools, and its answer.
+using Command = std::function<QString(Utility&)>;
 
 bool isUuidText(const QString& text)
 {
@@ -20,12 +22,13 @@ bool isUuidText(const QString& text)
 }
 } // namespace
 
+Q_DECLARE_METATYPE(Command)
+
 class TestUtility : public QObject
 {
     Q_OBJECT
 private slots:
     void initTestCase();
-    void init();
     void connectedServer_data();
     void connectedServer();
     void reviseMac();
@@ -36,17 +39,11 @@ private slots:
     void deviceNetworkInfo();
     void sizeString_data();
     void sizeString();
-    void cpuArch_data();
-    void cpuArch();
-    void pineletVersion_data();
-    void pineletVersion();
     void deviceTypeIsUnknown();
-    void deviceControl_data();
-    void deviceControl();
+    void commands_data();
+    void commands();
 
 private:
-    QStringList calls(const QString& fake) const { return m_fakes->callLines(fake); }
-
     std::unique_ptr<vditest::FakeTools> m_fakes;
 };
 
@@ -56,19 +53,10 @@ void TestUtility::initTestCase()
     m_fakes = std::make_unique<vditest::FakeTools>(QMap<QString, QString>{
         {"sudo", "case \"$1\" in shutdown|dpkg) t=\"$1\"; shift; exec '@DIR@/'\"$t\" \"$@\" ;; esac"},
         {"shutdown", QString()},
-        // The Version line differs from the word of the Description line on purpose.
-        {"dpkg", QString("[ -n \"$%1\" ] || printf 'Package: pinelet\\nVersion: 9.9.9\\n"
-                         "Description: 3.2.1-build7 pinelet agent\\n'").arg(kDpkgSilent)},
-        {"arch", QString("printf '%s\\n' \"$%1\"").arg(kArchOutput)},
+        {"dpkg", QString("printf '%s\\n' \"$%1\"").arg(kOutput)},
+        {"arch", QString("printf '%s\\n' \"$%1\"").arg(kOutput)},
     });
     QVERIFY2(m_fakes->ready(), "sudo and shutdown do not resolve to the stand-ins; refusing to run");  // no test runs
-}
-
-void TestUtility::init()
-{
-    m_fakes->clearCalls();
-    qunsetenv(kArchOutput);
-    qunsetenv(kDpkgSilent);
 }
 
 void TestUtility::connectedServer_data()
@@ -238,71 +226,57 @@ void TestUtility::sizeString()
     QCOMPARE(Utility().sizeString(size), expected);
 }
 
-void TestUtility::cpuArch_data()
-{
-    QTest::addColumn<QByteArray>("output");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("armv7l") << QByteArray("armv7l") << "armhf";
-    QTest::newRow("ARMv8, any case") << QByteArray("ARMv8") << "armhf";
-    QTest::newRow("aarch64 has no 'arm'") << QByteArray("aarch64") << "arm64";
-    QTest::newRow("nothing") << QByteArray() << "arm64";
-}
-
-void TestUtility::cpuArch()
-{
-    QFETCH(QByteArray, output);
-    QFETCH(QString, expected);
-    qputenv(kArchOutput, output);
-    QCOMPARE(Utility().getCpuArch(), expected);
-    QCOMPARE(calls("arch"), QStringList{QString()});  // once, without arguments
-}
-
-void TestUtility::pineletVersion_data()
-{
-    QTest::addColumn<bool>("installed");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("installed") << true << "3.2.1-build7";
-    QTest::newRow("not installed") << false << QString();
-}
-
-void TestUtility::pineletVersion()
-{
-    QFETCH(bool, installed);
-    QFETCH(QString, expected);
-    if (!installed)
-        qputenv(kDpkgSilent, "1");
-    Utility utility;
-    QCOMPARE(utility.getPineletCurrentVersion(), expected);
-    QCOMPARE(utility.getPineletVersionForLinux(), expected);
-    const QString query = "--admindir=/userdata/var/lib/dpkg -s pinelet";
-    QCOMPARE(calls("sudo"), QStringList({"dpkg " + query, "dpkg " + query}));
-    QCOMPARE(calls("dpkg"), QStringList({query, query}));
-}
-
 void TestUtility::deviceTypeIsUnknown()
 {
     for (const QString& text : {QString(), QString("0"), QString("1"), QString("thin client")})
         QCOMPARE(Utility().parseDeviceType(text), -1);
 }
 
-void TestUtility::deviceControl_data()
+void TestUtility::commands_data()
 {
-    QTest::addColumn<bool>("restart");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("restart") << true << "-r now";
-    QTest::newRow("shutdown") << false << "-h now";
+    QTest::addColumn<Command>("command");
+    QTest::addColumn<QByteArray>("output");
+    QTest::addColumn<QString>("answer");
+    QTest::addColumn<QString>("lines");  // the command lines that the stand-ins ran, by tool
+    const Command arch = [](Utility& u) { return u.getCpuArch(); };
+    QTest::newRow("armv7l") << arch << QByteArray("armv7l") << "armhf" << "arch";
+    QTest::newRow("ARMv8, any case") << arch << QByteArray("ARMv8") << "armhf" << "arch";
+    QTest::newRow("aarch64 has no 'arm'") << arch << QByteArray("aarch64") << "arm64" << "arch";
+    QTest::newRow("nothing") << arch << QByteArray() << "arm64" << "arch";
+    const Command current = [](Utility& u) { return u.getPineletCurrentVersion(); };
+    const Command forLinux = [](Utility& u) { return u.getPineletVersionForLinux(); };
+    // The Version line differs from the word of the Description line on purpose.
+    const QByteArray status("Package: pinelet\nVersion: 9.9.9\nDescription: 3.2.1-build7 pinelet agent");
+    const QString query = "dpkg --admindir=/userdata/var/lib/dpkg -s pinelet";
+    const QString dpkg = "sudo " + query + "\n" + query;
+    QTest::newRow("pinelet installed") << current << status << "3.2.1-build7" << dpkg;
+    QTest::newRow("pinelet installed, for Linux") << forLinux << status << "3.2.1-build7" << dpkg;
+    QTest::newRow("pinelet not installed") << current << QByteArray() << QString() << dpkg;
+    const Command restart = [](Utility& u) { u.restartDevice(); return QString(); };
+    const Command shutdown = [](Utility& u) { u.shutdownDevice(); return QString(); };
+    QTest::newRow("restart") << restart << QByteArray() << QString() << "sudo shutdown -r now\nshutdown -r now";
+    QTest::newRow("shutdown") << shutdown << QByteArray() << QString() << "sudo shutdown -h now\nshutdown -h now";
 }
 
-void TestUtility::deviceControl()
+// Each runs its command line once, and neither asks nor logs.
+void TestUtility::commands()
 {
-    QFETCH(bool, restart);
-    QFETCH(QString, expected);
+    QFETCH(Command, command);
+    QFETCH(QByteArray, output);
+    QFETCH(QString, answer);
+    QFETCH(QString, lines);
+    qputenv(kOutput, output);
+    m_fakes->clearCalls();
     vditest::LogCapture log;
     Utility utility;
-    restart ? utility.restartDevice() : utility.shutdownDevice();
-    QCOMPARE(calls("sudo"), QStringList{"shutdown " + expected});
-    QCOMPARE(calls("shutdown"), QStringList{expected});
-    QVERIFY2(log.lines().isEmpty(), qPrintable(log.dump()));  // neither asks nor logs
+    QCOMPARE(command(utility), answer);
+    QStringList ran;
+    for (const QString tool : {"sudo", "shutdown", "dpkg", "arch"}) {
+        for (const QString& arguments : m_fakes->callLines(tool))
+            ran << (tool + ' ' + arguments).trimmed();
+    }
+    QCOMPARE(ran.join('\n'), lines);
+    QVERIFY2(log.lines().isEmpty(), qPrintable(log.dump()));
 }
 
 VDI_TEST_MAIN(TestUtility)
