@@ -223,8 +223,7 @@ void TestClient::answers()
     QFETCH(QString, codes);
     QFETCH(QString, shown);
     QFETCH(QString, absent);
-    const Deployment deployment("controller");
-    const Deployment other("controller");
+    const Deployment deployment("controller"), other("controller");
     QVERIFY(deployment.server && other.server);
     const QTemporaryDir dir;
     const vdifake::CertificateFiles noSubject =

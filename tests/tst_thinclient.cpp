@@ -71,18 +71,16 @@ void TestThinClient::commandLineFillsTheFields_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QStringList>("fields");  // server, port, pem, user
     QTest::addColumn<bool>("canLogIn");
+    const auto row = [](const char* name, const QStringList& arguments, const char* fields, bool canLogIn) {
+        QTest::newRow(name) << arguments << QString::fromUtf8(fields).split(QLatin1Char('|')) << canLogIn;
+    };
     const QStringList pemAndUser{"--pem", "/etc/vdi/ca.pem", "--user", "ann"};
-    QTest::newRow("none") << QStringList() << QStringList{"127.0.0.1", "", "", ""} << false;
-    QTest::newRow("all") << QStringList{"--server", "vdi.example", "--port", "8443"} + pemAndUser
-                         << QStringList{"vdi.example", "8443", "/etc/vdi/ca.pem", "ann"} << true;
-    QTest::newRow("blank server") << QStringList{"--server", " ", "--port", "8443"} + pemAndUser
-                                  << QStringList{" ", "8443", "/etc/vdi/ca.pem", "ann"} << false;
-    QTest::newRow("port out of range") << QStringList{"--port", "70000"} + pemAndUser
-                                       << QStringList{"127.0.0.1", "70000", "/etc/vdi/ca.pem", "ann"} << false;
-    QTest::newRow("no pem") << QStringList{"--port", "8443", "--user", "ann"}
-                            << QStringList{"127.0.0.1", "8443", "", "ann"} << false;
-    QTest::newRow("no user") << QStringList{"--port", "8443", "--pem", "ca.pem"}
-                             << QStringList{"127.0.0.1", "8443", "ca.pem", ""} << false;
+    row("none", {}, "127.0.0.1|||", false);
+    row("all", QStringList{"--server", "vdi.example", "--port", "8443"} + pemAndUser, "vdi.example|8443|/etc/vdi/ca.pem|ann", true);
+    row("blank server", QStringList{"--server", " ", "--port", "8443"} + pemAndUser, " |8443|/etc/vdi/ca.pem|ann", false);
+    row("port out of range", QStringList{"--port", "70000"} + pemAndUser, "127.0.0.1|70000|/etc/vdi/ca.pem|ann", false);
+    row("no pem", {"--port", "8443", "--user", "ann"}, "127.0.0.1|8443||ann", false);
+    row("no user", {"--port", "8443", "--pem", "ca.pem"}, "127.0.0.1|8443|ca.pem|", false);
 }
 
 void TestThinClient::commandLineFillsTheFields()
