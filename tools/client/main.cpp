@@ -5,6 +5,7 @@
 // commands that need a user log in first. Passwords are sent, never printed.
 
 #include "clientsession.h"
+#include "doctor.h"
 #include "report.h"
 
 #include <QCommandLineParser>
@@ -527,7 +528,7 @@ struct Command {
     const char* summary;
     const char* details;  // for `vdi-client help NAME` and `vdi-client NAME --help`
     bool logsIn;
-    int (*run)(Session&, const QStringList&, Report&);
+    int (*run)(Session&, const QStringList&, Report&);  // null: the doctor, which reads the pem itself
 };
 
 const Command kCommands[] = {
@@ -600,6 +601,19 @@ const Command kCommands[] = {
      "them, which can take minutes with no progress of its own: on a terminal a line counts the\n"
      "seconds on stderr. The --timeout covers the whole upload, so give it room.",
      false, helpReport},
+    {"doctor", "", "why this terminal cannot connect, step by step, and what to do",
+     "Walks the road to the server one step at a time and says in plain words what each step\n"
+     "found: the pem file (its subject, the name that the library checks, alternative names,\n"
+     "issuer, dates by this terminal's clock, SHA-256 fingerprint); the address (name resolution\n"
+     "and the local address that the library names this terminal by); the port (TCP: refused,\n"
+     "timed out or unreachable, and how long it took); TLS (the certificate that the server\n"
+     "presents, whether the pem verifies it, whether the checked name matches it as gRPC matches\n"
+     "names, its dates); the service (the server-type query through the library and its time;\n"
+     "behind an access gateway, whether the saved token is still accepted). The first step that\n"
+     "fails is followed by what to do; the steps after it are not tried. --timeout bounds each\n"
+     "wait. With --json: {\"steps\": [{name, ok, tried, words, details}], \"advice\"}. Exit code 0\n"
+     "when every step passes, 2 when one fails, 1 for a bad command line (no --pem).",
+     false, nullptr},
 };
 
 const Command* findCommand(const QString& name)
@@ -783,6 +797,8 @@ int main(int argc, char* argv[])
     options.passwordGiven = parser.isSet(password) || env.contains(QStringLiteral("VDI_PASSWORD"));
 
     installLogHandler(options.verbose);
+    if (!command->run)
+        return runDoctor(options);
     const int pemCode = readPem(&options, &report);
     if (pemCode != ExitOk) {
         report.print(options.json);
