@@ -64,54 +64,43 @@ Field<Record> makeField(const char* member, const char* wire, Access access, boo
     vditest::makeField<Record>(#member, wire, [](Record& r) -> auto& { return r.member; }, true)
 #define VDI_KEPT(Record, member) VDI_FIELD(Record, member, "")
 
-// Adds the map of a part of the record (`access` picks it out) under the part's own names.
-template <class Record, class Part, class Access>
-void addPart(FieldMap<Record>& map, const FieldMap<Part>& part, const QString& member, const QString& wire,
-             Access access)
-{
-    for (const Field<Part>& field : part) {
-        const auto read = field.read;
-        const auto set = field.give;
-        map.push_back({member + field.member, field.wire.isEmpty() ? QString() : wire + field.wire,
-                       [read, access](const Record& r) { return read(access(const_cast<Record&>(r))); },
-                       [set, access](Record& r, int number) { return set(access(r), number); }, field.low32});
-    }
-}
-
-// Adds the map of a list's first two entries, which is what a reply check fills; they are the
-// record's entries from `first` on.
-template <class Record, class Entry, class Access>
-void addList(FieldMap<Record>& map, const FieldMap<Entry>& entry, const QString& member, const QString& wire,
-             Access access, int first = 0)
-{
-    for (int i = 0; i < 2; ++i) {
-        const int at = first + i;
-        addPart(map, entry, QStringLiteral("%1[%2].").arg(member).arg(at), QStringLiteral("%1[%2].").arg(wire).arg(i),
-                [access, at](Record& r) -> Entry& {
-                    QList<Entry>& list = access(r);
-                    while (list.size() <= at)  // a missing entry reads as a default one
-                        list.append(Entry());
-                    return list[at];
-                });
-    }
-}
-
-// The same as maps of their own, to join with `+`.
+// The map of a part of the record (`access` picks it out), under the part's names with `member`
+// and `wire` (and a dot) in front; either may be empty.
 template <class Record, class Part, class Access>
 FieldMap<Record> partOf(const FieldMap<Part>& part, const QString& member, const QString& wire, Access access)
 {
+    const QString memberDot = member.isEmpty() || member.endsWith(QLatin1Char('.')) ? member : member + '.';
+    const QString wireDot = wire.isEmpty() || wire.endsWith(QLatin1Char('.')) ? wire : wire + '.';
     FieldMap<Record> map;
-    addPart(map, part, member.isEmpty() ? member : member + QLatin1Char('.'),
-            wire.isEmpty() ? wire : wire + QLatin1Char('.'), access);
+    for (const Field<Part>& field : part) {
+        const auto read = field.read;
+        const auto set = field.give;
+        map.push_back({memberDot + field.member, field.wire.isEmpty() ? QString() : wireDot + field.wire,
+                       [read, access](const Record& r) { return read(access(const_cast<Record&>(r))); },
+                       [set, access](Record& r, int number) { return set(access(r), number); }, field.low32});
+    }
     return map;
 }
 
+// The map of a list's first two entries, which is what a reply check fills: the record's entries
+// from `first` on, a missing one read as a default entry.
 template <class Record, class Entry, class Access>
 FieldMap<Record> listOf(const FieldMap<Entry>& entry, const QString& member, const QString& wire, Access access,
                         int first = 0)
 {
     FieldMap<Record> map;
-    addList(map, entry, member, wire, access, first);
+    for (int i = 0; i < 2; ++i) {
+        const int at = first + i;
+        const auto entryAt = [access, at](Record& r) -> Entry& {
+            QList<Entry>& list = access(r);
+            while (list.size() <= at)
+                list.append(Entry());
+            return list[at];
+        };
+        const FieldMap<Record> one = partOf<Record>(entry, QStringLiteral("%1[%2]").arg(member).arg(at),
+                                                    QStringLiteral("%1[%2]").arg(wire).arg(i), entryAt);
+        map.insert(map.end(), one.begin(), one.end());
+    }
     return map;
 }
 
@@ -282,19 +271,15 @@ FieldMap<tagPoolInfo> poolMap();  // a pool and its desktops (client::PoolInfo)
 
 // A request's identity and extend info, in the sub-messages that the request names.
 template <class Record>
-FieldMap<Record> withIdentity(FieldMap<Record> map, const QString& wire = QStringLiteral("client_base_info"))
+FieldMap<Record> withIdentity(const FieldMap<Record>& map, const QString& wire = QStringLiteral("client_base_info"))
 {
-    addPart(map, identityMap(), QStringLiteral("baseInfo."), wire.isEmpty() ? wire : wire + QLatin1Char('.'),
-            [](Record& r) -> tagBaseInfo& { return r.baseInfo; });
-    return map;
+    return map + partOf<Record>(identityMap(), QStringLiteral("baseInfo"), wire, [](Record& r) -> auto& { return r.baseInfo; });
 }
 
 template <class Record>
-FieldMap<Record> withExtend(FieldMap<Record> map, const QString& wire = QStringLiteral("client_extend_info"))
+FieldMap<Record> withExtend(const FieldMap<Record>& map, const QString& wire = QStringLiteral("client_extend_info"))
 {
-    addPart(map, extendMap(), QStringLiteral("extendInfo."), wire + QLatin1Char('.'),
-            [](Record& r) -> tagExtendInfo& { return r.extendInfo; });
-    return map;
+    return map + partOf<Record>(extendMap(), QStringLiteral("extendInfo"), wire, [](Record& r) -> auto& { return r.extendInfo; });
 }
 
 // A check as a row of a data-driven test.
