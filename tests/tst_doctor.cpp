@@ -244,8 +244,9 @@ void TestDoctor::gatewayToken()
         const Run run = vdiClient(args + QStringList{"--json", "doctor"});
         return run.exitCode == 0 ? run.step(4)["words"].toString() : QString::fromUtf8(run.out + run.err);
     };
-    QVERIFY2(service().startsWith("an access gateway answered the server-type query in "), qPrintable(service()));
-    QVERIFY(service().endsWith("; no saved token (the first login asks for the gateway's user and password)"));
+    const QString first = service();
+    QVERIFY2(first.startsWith("an access gateway answered the server-type query in "), qPrintable(first));
+    QVERIFY(first.endsWith("; no saved token (the first login asks for the gateway's user and password)"));
 
     const Run login = vdiClient(args + QStringList{"--user", "demo-user", "--password", "demo-password", "--gateway-user",
                                                 "gw-user", "--gateway-password", "gw-password", "login"});
