@@ -209,3 +209,26 @@ void vditest::FakeTools::clearCalls()
     for (const QString& tool : qAsConst(m_tools))
         QFile::remove(m_dir.filePath(tool + QStringLiteral(".calls")));
 }
+
+namespace vditest {
+
+EmittedSignals::EmittedSignals(QObject& object)
+{
+    const QMetaObject& meta = *object.metaObject();
+    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+        if (meta.method(i).methodType() == QMetaMethod::Signal)
+            m_spies.emplace_back(meta.method(i).name(), std::make_unique<QSignalSpy>(&object, meta.method(i)));
+    }
+}
+
+QString EmittedSignals::emitted() const
+{
+    QStringList list;
+    for (const auto& spy : m_spies) {
+        if (spy.second->count() > 0)
+            list << QStringLiteral("%1x%2").arg(QString::fromLatin1(spy.first)).arg(spy.second->count());
+    }
+    return list.join(QLatin1Char(' '));
+}
+
+} // namespace vditest

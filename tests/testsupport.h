@@ -98,6 +98,18 @@ private:
 // process on a certificate of its own; null (with a warning) when it cannot start.
 std::unique_ptr<vdifake::ScenarioServer> serveBuiltInDeployment(const QString& mode);
 
+// The signals of the object's own class that it emitted while this lived.
+class EmittedSignals
+{
+public:
+    explicit EmittedSignals(QObject& object);
+    // "namexcount" for every signal emitted at least once, in declaration order.
+    QString emitted() const;
+
+private:
+    std::vector<std::pair<QByteArray, std::unique_ptr<QSignalSpy>>> m_spies;
+};
+
 // A loopback port on which nobody listens.
 ushort unusedPort();
 

@@ -43,7 +43,19 @@ QStringList mergeMismatches(const vditest::FieldMap<Record>& map, const QMap<QSt
     }
     return mismatches;
 }
+using Request = std::function<void(VdiDesktopGrpcThread&)>;
+
+// The methods that the server received, in the order of the calls.
+QString received(const vditest::TestServer& server)
+{
+    QStringList methods;
+    for (const vdifake::RecordedCall& call : server->calls())
+        methods << QString::fromStdString(call.method).section(QLatin1Char('/'), -1);
+    return methods.join(QLatin1Char(' '));
+}
 } // namespace
+
+Q_DECLARE_METATYPE(Request)
 
 class TestFacade : public QObject
 {
@@ -51,6 +63,8 @@ class TestFacade : public QObject
 private slots:
     void signalArgumentsAreRegistered();  // first: no other test may have registered a name yet
     void constructionStartsWorkerThread();
+    void everyRequestReachesTheServer_data();
+    void everyRequestReachesTheServer();
     void identityMerge_data();
     void identityMerge();
     void setters();
@@ -106,6 +120,84 @@ void TestFacade::constructionStartsWorkerThread()
     facade.initConnection(QStringLiteral("/nonexistent/ca.pem"), QStringLiteral("127.0.0.1"), 8443, false);
     QTRY_VERIFY(log.contains(QStringLiteral(" pem file could not open."), QtCriticalMsg));
     QVERIFY(log.contains(QStringLiteral("/nonexistent/ca.pem")));
+}
+
+void TestFacade::everyRequestReachesTheServer_data()
+{
+    QTest::addColumn<Request>("request");
+    QTest::addColumn<QString>("calls");    // what the server received
+    QTest::addColumn<QString>("emitted");  // the facade's own signals, queued requests and answers
+    using F = VdiDesktopGrpcThread;
+    using namespace VdiGrpc;
+    const auto row = [](const char* name, const Request& request, const char* calls, const char* emitted) {
+        QTest::newRow(name) << request << QString::fromLatin1(calls) << QString::fromLatin1(emitted);
+    };
+    const tagVmNodeInfo n{};
+    const QString u = QStringLiteral("u"), p = QStringLiteral("p"), id = QStringLiteral("7");
+    row("queryServerTypeInfo", [](F& f) { f.queryServerTypeInfo(); }, "isUseGateway", "myQueryServerTypeInfox1 queryServerTypeInfoResultx1");
+    row("queryDeviceConfigInfo", [=](F& f) { f.queryDeviceConfigInfo(u, p); }, "queryDeviceConfigInfo", "myQueryDeviceConfigInfox1 queryDeviceConfigInfoResultx1");
+    row("queryGatewayInfo", [](F& f) { f.queryGatewayInfo(); }, "queryGatewayInfo", "myQueryGatewayInfox1 queryGatewayInfoResultx1");
+    row("queryControllerType", [=](F& f) { f.queryControllerTypeForGrpcThread(u); }, "WhoAreYou", "signalQueryControllerTypex1 queryControllerTypeResultForGrpcThreadx1");
+    row("queryControllerList", [=](F& f) { f.queryControllerListForGrpcThread(u); }, "QueryNodes", "signalQueryControllerListx1 queryControllerListResultForGrpcThreadx1");
+    row("queryServerIpForVm", [](F& f) { f.queryServerIpForVm(); }, "queryAgentUseControllerIp", "signalQueryServerIpForVmx1 signalQueryServerIpResultx1");
+    row("login by device", [=](F& f) { f.login(id); }, "Login", "myLoginx1 loginResultx1 getSessionInfox1");
+    row("login", [=](F& f) { f.login(u, p, QStringLiteral("0")); }, "Login", "myLoginx1 loginResultx1 getSessionInfox1");
+    row("loginSMS", [=](F& f) { f.loginSMS(u, p, id, id); }, "Login", "myLoginx1 loginResultx1 getSessionInfox1");
+    row("login by type", [=](F& f) { f.login(LoginBySms, u, p, id, {}, {}, {}); }, "Login", "myLoginx1 loginResultx1 getSessionInfox1");
+    row("updateVmInfoFromServer", [](F& f) { f.updateVmInfoFromServer(); }, "Login", "myUpdateVmInfoFromServerx1 updateVmInfoFromServerResultx1");
+    row("sendHeart", [=](F& f) { f.sendHeart(u, id, 7); }, "Heartbeat", "mySendHeartx1 recvHeartbeatResultVDTx1");
+    row("operateVM", [=](F& f) { f.operateVM(n, id, u, tagOperateVMType(1), tagOperateVMWay(0), 0, p); }, "OperateForVm", "myOperateVMx1 operateVMResultx1");
+    row("recoverVM", [=](F& f) { f.recoverVM(n, id, u, tagOperateVMType(1), tagOperateVMWay(0), p); }, "RecoverVm", "myRecoverVMx1 recoverVMResultx1");
+    row("snapshot", [=](F& f) { f.snapshot(n, id, u, tagSnapshotType(1), u, p); }, "Snapshot", "mySnapshotx1 snapshotResultx1");
+    row("modifyVMName", [=](F& f) { f.modifyVMName(n, id, u, p, 0, false); }, "ModifyVmName", "myModifyVMNamex1 modifyVMNameResultx1");
+    row("applyForVM", [=](F& f) { f.applyForVM(n, id, id, u, p, p, 0); }, "ApplyForVm", "myApplyForVMx1 applyForVMResultx1");
+    row("applyForVMOfQuery", [=](F& f) { f.applyForVMOfQuery(n, id, u, p, 0, tagOperateVMWay(0), tagOperateVMType(1)); }, "OperateForVm", "myApplyForVMOfQueryx1 applyForVMOfQueryResultx1");
+    row("applyForDeviceInfo", [=](F& f) { f.applyForDeviceInfo(n, id, u); }, "ApplyForDeviceInfo", "myApplyForDeviceInfox1 applyForDeviceInfoResultx1");
+    row("queryVmInfo", [=](F& f) { QString vmId = id, vmUuid = u; f.queryVmInfo(vmId, vmUuid, 1); }, "queryVmDetailInfo", "myQueryVmInfox1 queryVmInfoResultx1");
+    row("registerDevice", [=](F& f) { f.registerDevice(u, p, id, u, tagDeviceRegisterType(0)); }, "RegisterDevice", "myRegisterDevicex1 registerDeviceResultx1");
+    row("reportStatusOfVM", [=](F& f) { f.reportStatusOfVM(n, id, u, p); }, "ReportSuccess", "myReportStatusOfVMx1 reportStatusOfVMResultx1");
+    row("usbNotify", [=](F& f) { f.usbNotify(n, id, u, p, p); }, "USBNotify", "myUsbNotifyx1 usbNotifyResultx1");
+    row("reportRedirectStatus", [=](F& f) { f.reportRedirectStatus(u, {}); }, "reportRedirectStatus", "myReportRedirectStatusx1");
+    row("checkUpgrade", [=](F& f) { f.checkUpgrade(id); }, "Upgrade", "myCheckUpgradex1 checkUpgradeResultx1");
+    row("modifyPassword", [=](F& f) { f.modifyPassword(u, p, p); }, "ModifyPassword", "myModifyPasswordx1 modifyPasswordResultx1");
+    row("checkPassword", [=](F& f) { f.checkPassword(u, p, false); }, "CheckPassword", "myCheckPasswordx1 checkPasswordResultx1");
+    row("requestTerminalAuthorityPassword", [](F& f) { f.requestTerminalAuthorityPassword(tagClientType(1)); }, "ClientReleasePassword", "myRequestTerminalAuthorityPasswordx1 requestTerminalAuthorityPasswordResultx1");
+    row("queryNextCloudInfo", [](F& f) { f.queryNextCloudInfo(7); }, "queryNextCloudInfo", "myQueryNextCloudInfox1 queryNextCloudInfoResultx1");
+    row("queryIndividualConfig", [](F& f) { f.queryIndividualConfigForVdidesktopGrpcThread(); }, "queryIndividualConfig", "signalQueryIndividualConfigForGrpcThreadx1 queryIndividualConfigInfoResultForGrpcThreadx2");
+    row("applyForEmail", [](F& f) { f.applyForEmail(); }, "ApplyForEmailInfo", "myApplyForEmailx1 applyForEmailResultx1");
+    row("queryLoginConfig", [](F& f) { f.queryLoginConfig(); }, "getLoginConfig", "signalQueryLoginConfigx1 signalQueryLoginConfigResultx1");
+    row("requestLoginCode", [=](F& f) { f.requestLoginCode(u, p, u); }, "getCode", "signalRequestLoginCodex1 signalQueryLoginCodeResultx1");
+    row("checkAndSaveLdapPasswd", [=](F& f) { f.checkAndSaveLdapPasswd(u, p, id); }, "CheckAndSaveLdapPassword Login", "myLoginx1 signalCheckAndSaveLdapPasswdx1 loginResultx1 signalCheckAndSaveLdapPasswdResultx1 getSessionInfox1");
+    row("getRemoteAppList", [](F& f) { f.grpcThreadGetRemoteAppList(); }, "GetRemoteAppList", "signalGrpcThreadGetRemoteAppListx1 signalGrpcThreadGetRemoteAppListResultx1");
+    row("applyForRemoteApp", [=](F& f) { f.grpcThreadApplyForRemoteApp(u, u); }, "getConnectAppInfo", "signalGrpcThreadApplyRemoteAppx1 signalGrpcThreadApplyRemoteAppResultx1");
+    row("getSaasAppList", [](F& f) { f.grpcThreadGetSaasAppList(); }, "querySaasAppList", "signalGrpcThreadGetSaasAppListx1 signalGrpcThreadGetSaasAppListResultx1");
+    row("querySaasApp", [](F& f) { f.grpcThreadQuerySaasApp({}); }, "querySaasApp", "signalGrpcThreadQuerySaasAppx1 signalGrpcThreadSaasAppResultx1");
+    row("sendUserAskInfo", [=](F& f) { f.sendUserAskInfo(u, u, u, u, u, u, 0, {}, id, id); }, "onekeyHelp", "mySendUserAskHelpInfox1 SendUserAskHelpInfoResultx1");
+    row("loginGateway", [=](F& f) { emit f.loginGateway(u, p); }, "", "loginGatewayx1");
+    row("quantumConfigReq", [=](F& f) { emit f.quantumConfigReq(u); }, "", "quantumConfigReqx1");
+    row("userQuantumBindReq", [=](F& f) { emit f.userQuantumBindReq(u, id, p); }, "confirmQuantumBind", "userQuantumBindReqx1 onUserQuantumBindRespx1");
+    row("queryShareTerminalInfo", [](F& f) { emit f.queryShareTerminalInfo({}); }, "queryShareTerminalInfo", "queryShareTerminalInfox1 queryShareTerminalInfoResultx1");
+    row("transferDesktop2ShareTerminal", [](F& f) { emit f.transferDesktop2ShareTerminal({}); }, "transferDesktopToShareTerminal", "transferDesktop2ShareTerminalx1 transferDesktop2ShareTerminalResultx1");
+    row("loginOakdeskHsareTerminal", [](F& f) { emit f.loginOakdeskHsareTerminal({}); }, "LoginOakdeskOnShareTerminal", "loginOakdeskHsareTerminalx1 loginOakdeskShareTerminalResultx1");
+}
+
+// Each request reaches the server through the worker, and each answer the application, once:
+// the server answers every call with an empty reply.
+void TestFacade::everyRequestReachesTheServer()
+{
+    QFETCH(Request, request);
+    QFETCH(QString, calls);
+    QFETCH(QString, emitted);
+    vditest::TestServer server;
+    VdiDesktopGrpcThread facade;
+    server.connect(facade);
+    const vditest::EmittedSignals signalled(facade);
+    request(facade);
+    QTRY_COMPARE(received(server), calls);
+    QTRY_COMPARE(signalled.emitted(), emitted);
+    QCoreApplication::processEvents();
+    QCOMPARE(signalled.emitted(), emitted);
+    facade.stop();
 }
 
 void TestFacade::identityMerge_data()

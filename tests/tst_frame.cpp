@@ -56,32 +56,6 @@ struct Road {
 
 using Handler = std::function<void(VdiDesktopGrpcWorker&)>;
 
-// The signals that a worker emitted, by name, with their counts.
-class EmittedSignals
-{
-public:
-    explicit EmittedSignals(VdiDesktopGrpcWorker& worker)
-    {
-        const QMetaObject& meta = VdiDesktopGrpcWorker::staticMetaObject;
-        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
-            if (meta.method(i).methodType() == QMetaMethod::Signal)
-                m_spies.emplace_back(meta.method(i).name(), std::make_unique<QSignalSpy>(&worker, meta.method(i)));
-        }
-    }
-    // "namexcount" for every signal emitted at least once, in declaration order.
-    QString emitted() const
-    {
-        QStringList list;
-        for (const auto& spy : m_spies) {
-            if (spy.second->count() > 0)
-                list << QStringLiteral("%1x%2").arg(QString::fromLatin1(spy.first)).arg(spy.second->count());
-        }
-        return list.join(QLatin1Char(' '));
-    }
-
-private:
-    std::vector<std::pair<QByteArray, std::unique_ptr<QSignalSpy>>> m_spies;
-};
 } // namespace
 
 Q_DECLARE_METATYPE(Road)
@@ -248,12 +222,12 @@ void TestFrame::everyHandlerAnswers()
     QFETCH(QString, nullStub);
     {
         Bed bed;  // every method answers OK with an empty reply
-        EmittedSignals emitted(bed.worker);
+        vditest::EmittedSignals emitted(bed.worker);
         handler(bed.worker);
         QCOMPARE(emitted.emitted(), called);
     }
     VdiDesktopGrpcWorker worker;  // never connected
-    EmittedSignals emitted(worker);
+    vditest::EmittedSignals emitted(worker);
     handler(worker);
     QCOMPARE(emitted.emitted(), nullStub);
 }
