@@ -181,11 +181,12 @@ QString low32Text(const QString& wire);
 
 // Fills the message in full, converts it and compares every member with its field. `dropped`
 // names the fields that no member may hold (a name ending in '.' stands for a whole
-// sub-message). Then each bool of the map alone: its members turn true, every other bool's stay
-// false. The mismatches are returned.
+// sub-message). A flag of a new record is false, those named in `trueFlags` true. Then each
+// bool of the map alone: its members turn true, every other bool's stay false. The mismatches
+// are returned.
 template <class Message, class Record>
 QStringList replyMismatches(void (*from)(const Message&, Record&), const FieldMap<Record>& map,
-                            const QStringList& dropped = {})
+                            const QStringList& dropped = {}, const QStringList& trueFlags = {})
 {
     Message message;
     const QStringList filled = fillEverything(message);
@@ -214,6 +215,11 @@ QStringList replyMismatches(void (*from)(const Message&, Record&), const FieldMa
     for (const QString& path : unmapped)
         mismatches << QStringLiteral("%1 fills no member").arg(path);
 
+    for (const Field<Record>& field : map) {
+        const QString flag = QLatin1String(trueFlags.contains(field.member) ? "true" : "false");
+        if (isBool(message, field.wire) && field.read(untouched) != flag)
+            mismatches << detail::mismatch(field.member + QStringLiteral(" of a new record"), field.read(untouched), flag);
+    }
     for (const Field<Record>& one : map) {
         Message alone;
         if (!setBool(alone, one.wire))
@@ -294,9 +300,9 @@ namespace vditest {
 // Rows of a data-driven test of Checks ("check" column).
 template <class Message, class Record>
 void replyRow(const char* name, void (*from)(const Message&, Record&), const FieldMap<Record>& map,
-              const QStringList& dropped = {})
+              const QStringList& dropped = {}, const QStringList& trueFlags = {})
 {
-    QTest::newRow(name) << Check([=] { return replyMismatches(from, map, dropped); });
+    QTest::newRow(name) << Check([=] { return replyMismatches(from, map, dropped, trueFlags); });
 }
 
 template <class Record, class Message>

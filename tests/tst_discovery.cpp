@@ -288,7 +288,7 @@ void TestDiscovery::fieldMaps_data()
              withError<R>({VDI_FIELD(R, authType, "authType"), VDI_FIELD(R, serverArch, "serverArch"),
                            VDI_FIELD(R, displayType, "displayType"), VDI_FIELD(R, rememberPassword, "rememberPassword"),
                            VDI_FIELD(R, outId, "outId")}),
-             {QStringLiteral("spareIp")});
+             {QStringLiteral("spareIp")}, {QStringLiteral("rememberPassword")});  // shown by a failed call
     using GR = tagGatewayInfoResp;
     using GE = tagGatewayInfo;
     replyRow("gateway list reply", &H::fromGatewayInfoResp,

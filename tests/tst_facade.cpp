@@ -128,12 +128,12 @@ void TestFacade::everyRequestReachesTheServer_data()
     QTest::addColumn<QString>("calls");    // what the server received
     QTest::addColumn<QString>("emitted");  // the facade's own signals, queued requests and answers
     using F = VdiDesktopGrpcThread;
-    using namespace VdiGrpc;
     const auto row = [](const char* name, const Request& request, const char* calls, const char* emitted) {
         QTest::newRow(name) << request << QString::fromLatin1(calls) << QString::fromLatin1(emitted);
     };
     const tagVmNodeInfo n{};
     const QString u = QStringLiteral("u"), p = QStringLiteral("p"), id = QStringLiteral("7");
+    row("initDeviceInfo", [](F& f) { f.initDeviceInfo(QStringLiteral("127.0.0.1"), 1); }, "", "myInitDeviceInfox1 deviceNetworkInfox1");
     row("queryServerTypeInfo", [](F& f) { f.queryServerTypeInfo(); }, "isUseGateway", "myQueryServerTypeInfox1 queryServerTypeInfoResultx1");
     row("queryDeviceConfigInfo", [=](F& f) { f.queryDeviceConfigInfo(u, p); }, "queryDeviceConfigInfo", "myQueryDeviceConfigInfox1 queryDeviceConfigInfoResultx1");
     row("queryGatewayInfo", [](F& f) { f.queryGatewayInfo(); }, "queryGatewayInfo", "myQueryGatewayInfox1 queryGatewayInfoResultx1");
@@ -143,25 +143,25 @@ void TestFacade::everyRequestReachesTheServer_data()
     row("login by device", [=](F& f) { f.login(id); }, "Login", "myLoginx1 loginResultx1 getSessionInfox1");
     row("login", [=](F& f) { f.login(u, p, QStringLiteral("0")); }, "Login", "myLoginx1 loginResultx1 getSessionInfox1");
     row("loginSMS", [=](F& f) { f.loginSMS(u, p, id, id); }, "Login", "myLoginx1 loginResultx1 getSessionInfox1");
-    row("login by type", [=](F& f) { f.login(LoginBySms, u, p, id, {}, {}, {}); }, "Login", "myLoginx1 loginResultx1 getSessionInfox1");
+    row("login by type", [=](F& f) { f.login(VdiGrpc::LoginBySms, u, p, id, {}, {}, {}); }, "Login", "myLoginx1 loginResultx1 getSessionInfox1");
     row("updateVmInfoFromServer", [](F& f) { f.updateVmInfoFromServer(); }, "Login", "myUpdateVmInfoFromServerx1 updateVmInfoFromServerResultx1");
     row("sendHeart", [=](F& f) { f.sendHeart(u, id, 7); }, "Heartbeat", "mySendHeartx1 recvHeartbeatResultVDTx1");
-    row("operateVM", [=](F& f) { f.operateVM(n, id, u, tagOperateVMType(1), tagOperateVMWay(0), 0, p); }, "OperateForVm", "myOperateVMx1 operateVMResultx1");
-    row("recoverVM", [=](F& f) { f.recoverVM(n, id, u, tagOperateVMType(1), tagOperateVMWay(0), p); }, "RecoverVm", "myRecoverVMx1 recoverVMResultx1");
-    row("snapshot", [=](F& f) { f.snapshot(n, id, u, tagSnapshotType(1), u, p); }, "Snapshot", "mySnapshotx1 snapshotResultx1");
+    row("operateVM", [=](F& f) { f.operateVM(n, id, u, VdiGrpc::tagOperateVMType(1), VdiGrpc::tagOperateVMWay(0), 0, p); }, "OperateForVm", "myOperateVMx1 operateVMResultx1");
+    row("recoverVM", [=](F& f) { f.recoverVM(n, id, u, VdiGrpc::tagOperateVMType(1), VdiGrpc::tagOperateVMWay(0), p); }, "RecoverVm", "myRecoverVMx1 recoverVMResultx1");
+    row("snapshot", [=](F& f) { f.snapshot(n, id, u, VdiGrpc::tagSnapshotType(1), u, p); }, "Snapshot", "mySnapshotx1 snapshotResultx1");
     row("modifyVMName", [=](F& f) { f.modifyVMName(n, id, u, p, 0, false); }, "ModifyVmName", "myModifyVMNamex1 modifyVMNameResultx1");
     row("applyForVM", [=](F& f) { f.applyForVM(n, id, id, u, p, p, 0); }, "ApplyForVm", "myApplyForVMx1 applyForVMResultx1");
-    row("applyForVMOfQuery", [=](F& f) { f.applyForVMOfQuery(n, id, u, p, 0, tagOperateVMWay(0), tagOperateVMType(1)); }, "OperateForVm", "myApplyForVMOfQueryx1 applyForVMOfQueryResultx1");
+    row("applyForVMOfQuery", [=](F& f) { f.applyForVMOfQuery(n, id, u, p, 0, VdiGrpc::tagOperateVMWay(0), VdiGrpc::tagOperateVMType(1)); }, "OperateForVm", "myApplyForVMOfQueryx1 applyForVMOfQueryResultx1");
     row("applyForDeviceInfo", [=](F& f) { f.applyForDeviceInfo(n, id, u); }, "ApplyForDeviceInfo", "myApplyForDeviceInfox1 applyForDeviceInfoResultx1");
     row("queryVmInfo", [=](F& f) { QString vmId = id, vmUuid = u; f.queryVmInfo(vmId, vmUuid, 1); }, "queryVmDetailInfo", "myQueryVmInfox1 queryVmInfoResultx1");
-    row("registerDevice", [=](F& f) { f.registerDevice(u, p, id, u, tagDeviceRegisterType(0)); }, "RegisterDevice", "myRegisterDevicex1 registerDeviceResultx1");
+    row("registerDevice", [=](F& f) { f.registerDevice(u, p, id, u, VdiGrpc::tagDeviceRegisterType(0)); }, "RegisterDevice", "myRegisterDevicex1 registerDeviceResultx1");
     row("reportStatusOfVM", [=](F& f) { f.reportStatusOfVM(n, id, u, p); }, "ReportSuccess", "myReportStatusOfVMx1 reportStatusOfVMResultx1");
     row("usbNotify", [=](F& f) { f.usbNotify(n, id, u, p, p); }, "USBNotify", "myUsbNotifyx1 usbNotifyResultx1");
     row("reportRedirectStatus", [=](F& f) { f.reportRedirectStatus(u, {}); }, "reportRedirectStatus", "myReportRedirectStatusx1");
     row("checkUpgrade", [=](F& f) { f.checkUpgrade(id); }, "Upgrade", "myCheckUpgradex1 checkUpgradeResultx1");
     row("modifyPassword", [=](F& f) { f.modifyPassword(u, p, p); }, "ModifyPassword", "myModifyPasswordx1 modifyPasswordResultx1");
     row("checkPassword", [=](F& f) { f.checkPassword(u, p, false); }, "CheckPassword", "myCheckPasswordx1 checkPasswordResultx1");
-    row("requestTerminalAuthorityPassword", [](F& f) { f.requestTerminalAuthorityPassword(tagClientType(1)); }, "ClientReleasePassword", "myRequestTerminalAuthorityPasswordx1 requestTerminalAuthorityPasswordResultx1");
+    row("requestTerminalAuthorityPassword", [](F& f) { f.requestTerminalAuthorityPassword(VdiGrpc::tagClientType(1)); }, "ClientReleasePassword", "myRequestTerminalAuthorityPasswordx1 requestTerminalAuthorityPasswordResultx1");
     row("queryNextCloudInfo", [](F& f) { f.queryNextCloudInfo(7); }, "queryNextCloudInfo", "myQueryNextCloudInfox1 queryNextCloudInfoResultx1");
     row("queryIndividualConfig", [](F& f) { f.queryIndividualConfigForVdidesktopGrpcThread(); }, "queryIndividualConfig", "signalQueryIndividualConfigForGrpcThreadx1 queryIndividualConfigInfoResultForGrpcThreadx2");
     row("applyForEmail", [](F& f) { f.applyForEmail(); }, "ApplyForEmailInfo", "myApplyForEmailx1 applyForEmailResultx1");

@@ -152,8 +152,7 @@ void TestRedaction::strictFacade()
     };
     const auto plain = session(false);
     const auto strict = session(true);
-    // Each line as its level and its start (the order across the facade's and the worker's
-    // threads is not fixed, within each it is).
+    // Each line as its level and start, sorted: the two threads interleave differently each run.
     const auto heads = [](const QList<QPair<QtMsgType, QString>>& lines, QStringList* texts) {
         QStringList heads;
         for (const auto& line : lines) {
