@@ -243,21 +243,14 @@ Step checkPem(Road& road)
                       QLatin1String(kCopyCertificate), {{QStringLiteral("path"), path}});
     }
     QJsonObject details{{QStringLiteral("path"), path}, {QStringLiteral("certificates"), certificatesDetails(road.pem)}};
-    // The library takes the first subject it finds as the name to check.
-    const QSslCertificate* named = nullptr;
-    for (const QSslCertificate& certificate : qAsConst(road.pem)) {
-        road.tlsName = certificate.subjectDisplayName();
-        if (!road.tlsName.isEmpty()) {
-            named = &certificate;
-            break;
-        }
-    }
+    const QSslCertificate* named = namedCertificate(road.pem);
     if (!named)
         return failed(QStringLiteral("no certificate in \"%1\" has a subject: the library takes the subject as the "
                                      "name to check and makes no channel without one")
                           .arg(path),
                       QStringLiteral("give the server's own certificate, which names the server in its subject (CN)"),
                       details);
+    road.tlsName = named->subjectDisplayName();
     details.insert(QStringLiteral("tlsName"), road.tlsName);
     // Dates out of the terminal's clock are told here and judged at the TLS step, on the
     // certificate that the server presents.
@@ -638,6 +631,15 @@ void print(const std::vector<Step>& steps, const QString& advice, bool json)
 }
 
 } // namespace
+
+const QSslCertificate* namedCertificate(const QList<QSslCertificate>& pem)
+{
+    for (const QSslCertificate& certificate : pem) {
+        if (!certificate.subjectDisplayName().isEmpty())
+            return &certificate;
+    }
+    return nullptr;
+}
 
 int runDoctor(const Options& options)
 {

@@ -7,7 +7,14 @@
 
 #include "clientsession.h"
 
+#include <QList>
+#include <QSslCertificate>
+
 namespace vdiclient {
+
+// The certificate of the pem whose subject the library checks as the server's name: the first
+// one with a subject; null when none has one.
+const QSslCertificate* namedCertificate(const QList<QSslCertificate>& pem);
 
 // Runs the steps for `options` (server, port, pem, timeout for each wait, json) and prints them:
 // one line a step and the advice, or one JSON document ({"steps": [{name, ok, tried, words,

@@ -679,10 +679,9 @@ int readPem(Options* options, Report* report)
         return ExitUsage;
     }
     const QList<QSslCertificate> certificates = QSslCertificate::fromData(file.readAll());
-    for (const QSslCertificate& certificate : certificates) {
-        options->tlsName = certificate.subjectDisplayName();
-        if (!options->tlsName.isEmpty())
-            return ExitOk;
+    if (const QSslCertificate* named = namedCertificate(certificates)) {
+        options->tlsName = named->subjectDisplayName();
+        return ExitOk;
     }
     report->failure(ExitConnection, QStringLiteral("no TLS channel: \"%1\" holds %2 (--pem)")
                                         .arg(options->pem, certificates.isEmpty()
