@@ -14,7 +14,7 @@
 #include <QTcpSocket>
 #include <QTextCodec>
 
-#include <quazip5/JlCompress.h>
+#include <JlCompress.h>
 
 #include "basesettings.h"
 #include "vdishell.h"

@@ -13,6 +13,7 @@
 #include <QStandardPaths>
 
 #include "vdidesktopgrpchelper.h"
+#include "vdiqtcompat.h"
 #include "vdilog.h"
 
 namespace {
@@ -69,7 +70,7 @@ QString VdiDesktopGrpcWorker::getGatewaySettingsFilePath() const
 void VdiDesktopGrpcWorker::getGatewayAuthInfo(QString& user, QString& password)
 {
     QSettings settings(getGatewaySettingsFilePath(), QSettings::IniFormat);
-    settings.setIniCodec("UTF-8");
+    vdicompat::useUtf8(settings);
     settings.beginGroup(kGroup);
     user = settings.value(QStringLiteral("user")).toString();
     password = settings.value(QStringLiteral("password")).toString();
@@ -79,7 +80,7 @@ void VdiDesktopGrpcWorker::getGatewayAuthInfo(QString& user, QString& password)
 QString VdiDesktopGrpcWorker::getGatewayToken() const
 {
     QSettings settings(getGatewaySettingsFilePath(), QSettings::IniFormat);
-    settings.setIniCodec("UTF-8");
+    vdicompat::useUtf8(settings);
     settings.beginGroup(kGroup);
     const QString token = settings.value(QStringLiteral("token")).toString();
     settings.endGroup();
@@ -133,7 +134,7 @@ QSettings::Status VdiDesktopGrpcWorker::writeGatewayInfo(const QString& path)
     if (!makeOwnerOnlyFolders(QFileInfo(path).path()) || !makeOwnerOnlyFile(path))
         return QSettings::AccessError;
     QSettings settings(path, QSettings::IniFormat);
-    settings.setIniCodec("UTF-8");
+    vdicompat::useUtf8(settings);
     settings.beginGroup(kGroup);
     settings.setValue(QStringLiteral("ip"), m_host);
     settings.setValue(QStringLiteral("port"), m_port);

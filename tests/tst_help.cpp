@@ -15,7 +15,7 @@
 #include <QRegularExpression>
 #include <QThread>
 
-#include <quazip5/JlCompress.h>
+#include <JlCompress.h>
 
 namespace {
 const std::string kHelp = "/client.ClientCore/onekeyHelp";

@@ -1,6 +1,7 @@
 // Login, direct and through the access gateway, as the TLS test server receives it.
 #include "testsupport.h"
 #include "fieldmap.h"
+#include "vdiqtcompat.h"
 
 #include <QDir>
 #include <QFile>
@@ -39,7 +40,7 @@ void setGatewayToken(const vditest::TestServer& server, const std::string& token
 QString savedGateway(VdiDesktopGrpcWorker& worker)
 {
     QSettings settings(worker.getGatewaySettingsFilePath(), QSettings::IniFormat);
-    settings.setIniCodec("UTF-8");
+    vdicompat::useUtf8(settings);
     settings.beginGroup(QStringLiteral("GATEWAYINFO"));
     QStringList values;
     for (const char* key : {"user", "password", "token"})

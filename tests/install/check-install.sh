@@ -10,8 +10,13 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 
+# The Qt 6 build installs as the package vdidesktopgrpc-qt6, beside the Qt 5 one.
+qt=$(sed -n 's/^VDI_QT_MAJOR_VERSION:[A-Z]*=//p' "$build/CMakeCache.txt")
+package=vdidesktopgrpc
+[ "$qt" != 6 ] || package=vdidesktopgrpc-qt6
+
 cmake --install "$build" --prefix "$prefix" >/dev/null
-include=$prefix/include/vdidesktopgrpc
+include=$prefix/include/$package
 fail() { echo "check-install: $*" >&2; exit 1; }
 
 for internal in basesettings.h vdilog.h vdidesktopgrpcworker_frame.h; do
@@ -32,7 +37,7 @@ for internal in vdidesktopgrpcthread_wiring.h vdiconversions.h; do
     [ ! -e "$include/$internal" ] || fail "internal header $internal is installed"
 done
 
-library=$(find "$prefix" -name 'libvdidesktopgrpc.so.*.*' | head -n 1)
+library=$(find "$prefix" -name "lib$package.so.*.*" | head -n 1)
 [ -n "$library" ] || fail "no installed library"
 symbols=$(nm -D --defined-only "$library" | c++filt)
 if grep -n "BaseSettings" <<<"$symbols"; then
@@ -41,25 +46,27 @@ fi
 grep -q "VdiDesktopGrpcThread::staticMetaObject" <<<"$symbols" || fail "the facade is not exported"
 
 cmake -S "$source/tests/install" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" \
-    -DVDI_INSTALLED_INCLUDE_DIR="$include" >/dev/null
+    -DVDI_PACKAGE="$package" -DVDI_INSTALLED_INCLUDE_DIR="$include" >/dev/null
 cmake --build "$work/consumer" -j"$(nproc)" >/dev/null
 "$work/consumer/consumer"
 
 # The same program built with nothing but pkg-config's flags, the prefix found from the .pc file.
-pcdir=$(dirname "$(find "$prefix" -name vdidesktopgrpc.pc | head -n 1)")
+pcdir=$(dirname "$(find "$prefix" -name "$package.pc" | head -n 1)")
 [ -d "$pcdir" ] || fail "no pkg-config file installed"
-flags=$(PKG_CONFIG_PATH=$pcdir pkg-config --cflags --libs vdidesktopgrpc) || fail "pkg-config cannot resolve vdidesktopgrpc"
+flags=$(PKG_CONFIG_PATH=$pcdir pkg-config --cflags --libs "$package") || fail "pkg-config cannot resolve $package"
 # shellcheck disable=SC2086
 g++ -std=c++17 -fPIC -o "$work/pcconsumer" "$source/tests/install/consumer.cpp" $flags \
     || fail "the program does not build with pkg-config's flags"
 LD_LIBRARY_PATH=$(dirname "$library") "$work/pcconsumer" >/dev/null || fail "the pkg-config build does not run"
 # The example thin client, as a project of its own on the installed package.
-cmake -S "$source/examples/thinclient" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null \
+cmake -S "$source/examples/thinclient" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DVDI_QT_MAJOR_VERSION="$qt" >/dev/null \
     || fail "the example application does not configure on the installed package"
 cmake --build "$work/example" -j"$(nproc)" >/dev/null || fail "the example application does not build on the installed package"
 [ -x "$work/example/vdi-thinclient-example" ] || fail "no example application was built"
 # The console example, built on the installed package and run against the simulator of the build.
-cmake -S "$source/examples/console" -B "$work/console" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null \
+cmake -S "$source/examples/console" -B "$work/console" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DVDI_QT_MAJOR_VERSION="$qt" >/dev/null \
     && cmake --build "$work/console" >/dev/null || fail "the console example does not build on the installed package"
 simulator=$build/tools/vdi-simulator
 if [ -x "$simulator" ]; then
@@ -73,4 +80,4 @@ if [ -x "$simulator" ]; then
         demo-user demo-password >"$work/console.out" 2>/dev/null || fail "the console example failed against the simulator"
     grep -q $'^Office desktops\toffice-demo-user-1\t' "$work/console.out" || fail "the console example listed no desktop"
 fi
-echo "check-install: $(find "$include" -name '*.h' | wc -l) headers compile alone; the package links and runs; both examples build on it"
+echo "check-install: $package: $(find "$include" -name '*.h' | wc -l) headers compile alone; the package links and runs; both examples build on it"

@@ -10,7 +10,7 @@ namespace vdiclient {
 namespace {
 QString text(const QVariant& value)
 {
-    if (value.type() == QVariant::Bool)
+    if (value.userType() == QMetaType::Bool)
         return value.toBool() ? QStringLiteral("yes") : QStringLiteral("no");
     return value.toString();
 }
@@ -38,10 +38,10 @@ void Report::table(const QString& key, const QString& title, const std::vector<R
         return;
     std::vector<int> widths;
     for (const auto& cell : rows.front())
-        widths.push_back(cell.first.size());
+        widths.push_back(int(cell.first.size()));
     for (const Row& row : rows)
         for (size_t i = 0; i < row.size() && i < widths.size(); ++i)
-            widths[i] = std::max(widths[i], text(row[i].second).size());
+            widths[i] = std::max(widths[i], int(text(row[i].second).size()));
     const auto line = [&widths](const QStringList& cells) {
         QString out = QStringLiteral("  ");
         for (int i = 0; i < cells.size(); ++i)

@@ -5,7 +5,7 @@
 
 #include <QBuffer>
 
-#include <quazip5/quazip.h>
+#include <quazip.h>
 
 namespace vdifake {
 
