@@ -14,9 +14,17 @@ set -euo pipefail
 build=${1:?usage: check-deb.sh BUILD_FOLDER [PRISTINE_ROOT]}
 pristine=${2:-}
 [ "$(id -u)" -eq 0 ] || { echo "check-deb: run as root (chroot, mount)" >&2; exit 2; }
-runtime=$(ls "$build"/libvdidesktopgrpc[0-9]*_*.deb 2>/dev/null | head -1)
-dev=$(ls "$build"/libvdidesktopgrpc-dev_*.deb 2>/dev/null | head -1)
-tools=$(ls "$build"/vdidesktopgrpc-tools_*.deb 2>/dev/null | head -1)
+# The packages of the build's flavour: vdidesktopgrpc (Qt 5) or vdidesktopgrpc-qt6.
+if grep -q '^VDI_QT_MAJOR_VERSION:[A-Z]*=6$' "$build/CMakeCache.txt" 2>/dev/null; then
+    package=vdidesktopgrpc-qt6
+    runtime=$(ls "$build"/libvdidesktopgrpc-qt6-[0-9]*_*.deb 2>/dev/null | head -1)
+    tools=$(ls "$build"/vdidesktopgrpc-tools-qt6_*.deb 2>/dev/null | head -1)
+else
+    package=vdidesktopgrpc
+    runtime=$(ls "$build"/libvdidesktopgrpc[0-9]*_*.deb 2>/dev/null | head -1)
+    tools=$(ls "$build"/vdidesktopgrpc-tools_*.deb 2>/dev/null | head -1)
+fi
+dev=$(ls "$build"/lib$package-dev_*.deb 2>/dev/null | head -1)
 [ -n "$runtime" ] && [ -n "$dev" ] && [ -n "$tools" ] ||
     { echo "check-deb: no packages in $build: run cpack -G DEB there first" >&2; exit 2; }
 
@@ -66,7 +74,7 @@ fi
 echo "check-deb: installing $(basename "$dev") and $(basename "$tools")"
 install_deb "/tmp/$(basename "$dev")" "/tmp/$(basename "$tools")"
 in_root dpkg-query -W -f='${Package} ${Version} ${db:Status-Status}\n' \
-    "$(dpkg-deb -f "$runtime" Package)" libvdidesktopgrpc-dev vdidesktopgrpc-tools
+    "$(dpkg-deb -f "$runtime" Package)" "$(dpkg-deb -f "$dev" Package)" "$(dpkg-deb -f "$tools" Package)"
 for program in /usr/bin/vdi-simulator /usr/bin/vdi-client; do
     if in_root ldd "$program" | grep -q 'not found'; then
         echo "check-deb: $program misses libraries:"; in_root ldd "$program" | grep 'not found'
@@ -77,11 +85,11 @@ done
 echo "check-deb: a program built on the installed package"
 install_deb g++ cmake make pkg-config
 cp -r "$(dirname "$0")/../tests/install" "$root/tmp/consumer"
-if in_root sh -c 'cmake -S /tmp/consumer -B /tmp/consumer/build \
-                      -DVDI_INSTALLED_INCLUDE_DIR=/usr/include/vdidesktopgrpc >/dev/null &&
-                  cmake --build /tmp/consumer/build -j2 >/dev/null && /tmp/consumer/build/consumer' &&
-   in_root sh -c 'g++ -std=c++17 -fPIC -o /tmp/pcconsumer /tmp/consumer/consumer.cpp \
-                      $(pkg-config --cflags --libs vdidesktopgrpc) && /tmp/pcconsumer >/dev/null'; then
+if in_root sh -c "cmake -S /tmp/consumer -B /tmp/consumer/build -DVDI_PACKAGE=$package \
+                      -DVDI_INSTALLED_INCLUDE_DIR=/usr/include/$package >/dev/null &&
+                  cmake --build /tmp/consumer/build -j2 >/dev/null && /tmp/consumer/build/consumer" &&
+   in_root sh -c "g++ -std=c++17 -fPIC -o /tmp/pcconsumer /tmp/consumer/consumer.cpp \
+                      \$(pkg-config --cflags --libs $package) && /tmp/pcconsumer >/dev/null"; then
     echo "check-deb: built with find_package and with pkg-config, and ran"
 else
     echo "check-deb: a program does not build or run on the installed package"; failed=1

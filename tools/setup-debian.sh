@@ -1,16 +1,27 @@
 #!/usr/bin/env bash
-# Installs every Debian package that building, testing and the demo need.
+# Installs every Debian package that building, testing and the demo need, for the Qt versions
+# given (5, the default, and/or 6):
+#   bash tools/setup-debian.sh        # Qt 5
+#   bash tools/setup-debian.sh 6      # Qt 6
+#   bash tools/setup-debian.sh 5 6    # both
 # Idempotent: when everything is present it prints nothing and returns at once.
 set -euo pipefail
 
 packages=(
     build-essential cmake pkg-config doxygen
-    qtbase5-dev
     libgrpc++-dev protobuf-compiler-grpc libprotobuf-dev protobuf-compiler
-    libquazip5-dev
     openssl
     xvfb xauth
 )
+[ $# -gt 0 ] || set -- 5
+for qt in "$@"; do
+    case $qt in
+        5) packages+=(qtbase5-dev libquazip5-dev) ;;
+        # QTextCodec lives in Qt 6's Core5Compat.
+        6) packages+=(qt6-base-dev qt6-5compat-dev libquazip1-qt6-dev) ;;
+        *) echo "setup: no Qt $qt; give 5 and/or 6" >&2; exit 2 ;;
+    esac
+done
 
 missing=()
 for p in "${packages[@]}"; do
