@@ -14,17 +14,12 @@ set -euo pipefail
 build=${1:?usage: check-deb.sh BUILD_FOLDER [PRISTINE_ROOT]}
 pristine=${2:-}
 [ "$(id -u)" -eq 0 ] || { echo "check-deb: run as root (chroot, mount)" >&2; exit 2; }
-# The packages of the build's flavour: vdidesktopgrpc (Qt 5) or vdidesktopgrpc-qt6.
-if grep -q '^VDI_QT_MAJOR_VERSION:[A-Z]*=6$' "$build/CMakeCache.txt" 2>/dev/null; then
-    package=vdidesktopgrpc-qt6
-    runtime=$(ls "$build"/libvdidesktopgrpc-qt6-[0-9]*_*.deb 2>/dev/null | head -1)
-    tools=$(ls "$build"/vdidesktopgrpc-tools-qt6_*.deb 2>/dev/null | head -1)
-else
-    package=vdidesktopgrpc
-    runtime=$(ls "$build"/libvdidesktopgrpc[0-9]*_*.deb 2>/dev/null | head -1)
-    tools=$(ls "$build"/vdidesktopgrpc-tools_*.deb 2>/dev/null | head -1)
-fi
+# The packages of the build's flavour: vdidesktopgrpc (Qt 5) or vdidesktopgrpc-qt6, whose runtime
+# package has a hyphen before the soname's number; a build folder holds one flavour's tools.
+package=$(sed -n 's/^VDI_PACKAGE:INTERNAL=//p' "$build/CMakeCache.txt" 2>/dev/null || true)
+runtime=$(ls "$build"/lib$package[0-9]*_*.deb "$build"/lib$package-[0-9]*_*.deb 2>/dev/null | head -1)
 dev=$(ls "$build"/lib$package-dev_*.deb 2>/dev/null | head -1)
+tools=$(ls "$build"/vdidesktopgrpc-tools*_*.deb 2>/dev/null | head -1)
 [ -n "$runtime" ] && [ -n "$dev" ] && [ -n "$tools" ] ||
     { echo "check-deb: no packages in $build: run cpack -G DEB there first" >&2; exit 2; }
 

@@ -10,10 +10,9 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 
-# The Qt 6 build installs as the package vdidesktopgrpc-qt6, beside the Qt 5 one.
+# The build's flavour: Qt 5 installs as vdidesktopgrpc, Qt 6 as vdidesktopgrpc-qt6.
 qt=$(sed -n 's/^VDI_QT_MAJOR_VERSION:[A-Z]*=//p' "$build/CMakeCache.txt")
-package=vdidesktopgrpc
-[ "$qt" != 6 ] || package=vdidesktopgrpc-qt6
+package=$(sed -n 's/^VDI_PACKAGE:INTERNAL=//p' "$build/CMakeCache.txt")
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
 include=$prefix/include/$package
