@@ -17,7 +17,7 @@ pristine=${2:-}
 # The packages of the build's flavour: vdidesktopgrpc (Qt 5) or vdidesktopgrpc-qt6, whose runtime
 # package has a hyphen before the soname's number; a build folder holds one flavour's tools.
 package=$(sed -n 's/^VDI_PACKAGE:INTERNAL=//p' "$build/CMakeCache.txt" 2>/dev/null || true)
-runtime=$(ls "$build"/lib$package[0-9]*_*.deb "$build"/lib$package-[0-9]*_*.deb 2>/dev/null | head -1)
+runtime=$(ls "$build"/lib$package[0-9]*_*.deb "$build"/lib$package-[0-9]*_*.deb 2>/dev/null | head -1 || true)
 dev=$(ls "$build"/lib$package-dev_*.deb 2>/dev/null | head -1)
 tools=$(ls "$build"/vdidesktopgrpc-tools*_*.deb 2>/dev/null | head -1)
 [ -n "$runtime" ] && [ -n "$dev" ] && [ -n "$tools" ] ||
